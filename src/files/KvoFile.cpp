@@ -1,0 +1,10 @@
+#include "files/KvoFile.h"
+
+namespace kvo
+{
+
+File::File(const String& path) : fullPath(path)
+{
+}
+
+} // namespace kvo

@@ -1,0 +1,140 @@
+// End-to-end runs of the sonajoin executable: exact console text and exit codes.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "KvoTestUtilities.h"
+
+namespace kvo::testing
+{
+namespace
+{
+
+const std::string separator(78, '=');
+
+std::string expectedHelp()
+{
+    return "\"sonajoin\" joins several audio files into one single file\n"
+           "\n"
+           "supported audio formats include : WAV File, AIFF File, MP3 File\n"
+           "\n"
+           + separator + "\n"
+           "example(s) : \n"
+           "./sonajoin -i \"~/Desktop/*.wav\" -d output.wav\n"
+           "./sonajoin -i \"~/Downloads/*.wav\" -r 1 -d output.wav\n"
+           "./sonajoin -i \"file1.wav, file2.wav , file3.wav\" -d output.wav \n"
+           "./sonajoin -i \"/home/files_0?.wav\" -d output.wav\n"
+           + separator + "\n"
+           "\n"
+           + separator + "\n"
+           "command line options : \n"
+           "     -h | --help        : display help message\n"
+           "     -i | --input       : input file\n"
+           "     -d | --destination : destination file\n"
+           "     -r | --recursive   : search folders recursively (0 = no / 1 = yes). Default = \"false\"\n"
+           + separator + "\n";
+}
+
+/** The three listings of one error: as written, blanks removed, blanks as dashes. */
+std::string tripleError(const std::string& text)
+{
+    std::string joined;
+    std::string dashed;
+    for (char c : text)
+    {
+        if (c != ' ')
+            joined += c;
+        dashed += c == ' ' ? '-' : c;
+    }
+    return "Error : " + text + "\nError : " + joined + "\nError : " + dashed + "\n";
+}
+
+const std::string missingInput = tripleError("option \"-i | --input\" is mandatory");
+const std::string missingDestination = tripleError("option \"-d | --destination\" is mandatory");
+
+void expectRun(const std::vector<std::string>& arguments, const std::string& afterBanner, int exitCode)
+{
+    const ProgramRun run = RunSonaJoin(arguments);
+    EXPECT_EQ(run.standardOutput, ExpectedBanner() + afterBanner);
+    EXPECT_EQ(run.standardError, "");
+    EXPECT_EQ(run.exitCode, exitCode);
+}
+
+TEST(SonaJoinHelp, ShownForNoArgumentsPlainWordsAndHelpOption)
+{
+    expectRun({}, expectedHelp(), 1);
+    expectRun({"foo"}, expectedHelp(), 1);
+    expectRun({""}, expectedHelp(), 1);
+    expectRun({"-h", "-i", "a.wav", "-d", "b.wav"}, expectedHelp(), 1);
+    expectRun({"-i", "a.wav", "--help"}, expectedHelp(), 1);
+}
+
+TEST(SonaJoinOptionErrors, MissingMandatoryOptions)
+{
+    expectRun({"-i", "a.wav"}, missingDestination, 1);
+    expectRun({"-d", "out.wav"}, missingInput, 1);
+    expectRun({"-r", "1"}, missingInput + missingDestination, 1);
+}
+
+TEST(SonaJoinOptionErrors, MissingInputIsNotTouched)
+{
+    TemporaryFolder folder;
+    const std::string input = folder / "a.wav";
+    std::ofstream(input) << "not audio";
+    const auto before = std::filesystem::last_write_time(input);
+
+    const ProgramRun run = RunSonaJoin({"-i", input});
+    EXPECT_EQ(run.standardOutput, ExpectedBanner() + missingDestination);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(std::filesystem::last_write_time(input), before);
+    EXPECT_EQ(std::filesystem::file_size(input), 9u);
+}
+
+TEST(SonaJoinOptionErrors, BooleanValues)
+{
+    const std::string notBoolean = tripleError("option \"-r\" must be of type boolean");
+    for (const char* value : {"yes", "2", "01", "-1", "truee"})
+        expectRun({"-i", "a.wav", "-r", value, "-d", "b.wav"}, notBoolean, 1);
+
+    const std::string missingValue = tripleError("missing argument after \"-r\" option");
+    expectRun({"-i", "a.wav", "-d", "b.wav", "-r"}, missingValue + notBoolean, 1);
+    expectRun({"-i", "a.wav", "-r", "", "-d", "b.wav"}, missingValue + notBoolean, 1);
+}
+
+TEST(SonaJoinOptionErrors, MissingValues)
+{
+    expectRun({"-d", "b.wav", "-i"}, tripleError("missing argument after \"-i\" option"), 1);
+    expectRun({"-i", "a.wav", "-d"}, tripleError("missing argument after \"-d\" option"), 1);
+    expectRun({"-i", "", "-d", "b.wav"}, tripleError("missing argument after \"-i\" option"), 1);
+}
+
+TEST(SonaJoinOptionErrors, UnrecognizedOptions)
+{
+    expectRun({"--input=x.wav", "-d", "b.wav"},
+              missingInput + tripleError("unrecognized option \"--input=x.wav\""), 1);
+    expectRun({"-i", "a.wav", "-d", "b.wav", "-x", "-y"},
+              tripleError("unrecognized option \"-x\"") + tripleError("unrecognized option \"-y\""), 1);
+}
+
+TEST(SonaJoinOptions, AcceptedCommandLinesReturnZero)
+{
+    TemporaryFolder folder;
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>> {{"-i", folder / "none.wav", "-d", folder / "out.wav"},
+                                                {"--input", folder / "none.wav", "--destination", folder / "o.wav"},
+                                                {"-i", folder / "none.wav", "-r", "TRUE", "-d", folder / "out.wav"},
+                                                {"-i", folder / "none.wav", "-r", "False", "-d", folder / "out.wav"},
+                                                {"-i", folder / "none.wav", "-i", "b.wav", "-d", folder / "out.wav"},
+                                                {"-i", folder / "none.wav", "stray", "-d", folder / "out.wav"}})
+    {
+        const ProgramRun run = RunSonaJoin(arguments);
+        EXPECT_EQ(run.standardOutput.substr(0, ExpectedBanner().size()), ExpectedBanner());
+        EXPECT_EQ(run.standardOutput.find("Error : "), std::string::npos) << run.standardOutput;
+        EXPECT_EQ(run.standardOutput.find("command line options"), std::string::npos);
+    }
+}
+
+} // namespace
+} // namespace kvo::testing

@@ -1,0 +1,97 @@
+#include "KvoTestUtilities.h"
+
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kvo::testing
+{
+namespace
+{
+
+std::string readWhole(const std::string& path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+} // namespace
+
+ProgramRun RunSonaJoin(const std::vector<std::string>& arguments, const std::string& workingDirectory)
+{
+    TemporaryFolder capture;
+    const std::string outPath = capture / "stdout";
+    const std::string errPath = capture / "stderr";
+
+    std::vector<char*> argv;
+    std::string program = SONAJOIN_EXECUTABLE;
+    argv.push_back(program.data());
+    std::vector<std::string> copies(arguments);
+    for (std::string& argument : copies)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+
+    const pid_t child = fork();
+    if (child < 0)
+        throw std::runtime_error("fork failed");
+    if (child == 0)
+    {
+        const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int in = open("/dev/null", O_RDONLY);
+        if (out < 0 || err < 0 || in < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0 || dup2(in, 0) < 0)
+            _exit(127);
+        if (!workingDirectory.empty() && chdir(workingDirectory.c_str()) != 0)
+            _exit(127);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+
+    int status = 0;
+    waitpid(child, &status, 0);
+
+    ProgramRun run;
+    run.standardOutput = readWhole(outPath);
+    run.standardError = readWhole(errPath);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+TemporaryFolder::TemporaryFolder()
+{
+    std::string pattern = (std::filesystem::temp_directory_path() / "kvo-test-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("cannot make a temporary folder");
+    path = pattern;
+}
+
+TemporaryFolder::~TemporaryFolder()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+}
+
+std::string ExpectedBanner()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local {};
+    localtime_r(&now, &local);
+    const std::string separator(78, '=');
+    return separator + "\n"
+           "sonajoin [x86_64]\n"
+           "Build date: Mar 18 2024\n"
+           "Based on: libkvo v5.0.2 [32-bit float]\n"
+           "Copyright (c) 2010-" + std::to_string(local.tm_year + 1900) + " Orvane\n"
+           "https://www.orvane.example\n"
+           + separator + "\n\n";
+}
+
+} // namespace kvo::testing
