@@ -373,6 +373,67 @@ TEST(StringWildcard, CaseFolding)
     EXPECT_FALSE(MatchesWildcard("\xC3\x84.wav", "\xC3\xA4.wav", insensitive));
 }
 
+// The plain backtracking reading of the rule, exponential but obviously faithful.
+bool naiveWildcard(const char* p, const char* t)
+{
+    char c = *p++;
+    while (c != '*')
+    {
+        const char x = *t++;
+        if (c == x && c == 0)
+            return true;
+        if (c != x && !(c == '?' && x != 0))
+            return false;
+        c = *p++;
+    }
+    if (*p == 0)
+        return true;
+    for (; *t != 0; ++t)
+        if (naiveWildcard(p, t))
+            return true;
+    return false;
+}
+
+TEST(StringWildcard, AgreesWithPlainBacktrackingOnEveryShortInput)
+{
+    // Every pattern over {a, b, ?, *} up to 5 bytes against every text over {a, b} up to 6.
+    const std::string patternBytes = "ab?*";
+    std::vector<std::string> patterns { "" };
+    std::vector<std::string> texts { "" };
+    for (size_t length = 1, first = 0; length <= 5; ++length)
+    {
+        const size_t end = patterns.size();
+        for (size_t i = first; i < end; ++i)
+            for (char c : patternBytes)
+                patterns.push_back(patterns[i] + c);
+        first = end;
+    }
+    for (size_t length = 1, first = 0; length <= 6; ++length)
+    {
+        const size_t end = texts.size();
+        for (size_t i = first; i < end; ++i)
+            for (char c : std::string("ab"))
+                texts.push_back(texts[i] + c);
+        first = end;
+    }
+
+    for (const std::string& pattern : patterns)
+        for (const std::string& text : texts)
+        {
+            const bool expected = !pattern.empty() && !text.empty() && naiveWildcard(pattern.c_str(), text.c_str());
+            ASSERT_EQ(MatchesWildcard(String(text), String(pattern)), expected)
+                << "\"" << text << "\" against \"" << pattern << "\"";
+        }
+}
+
+TEST(StringWildcard, ManyStarsAgainstALongNameEndQuickly)
+{
+    // Plain backtracking would take on the order of 250^12 steps here.
+    const String name(std::string(250, 'a'));
+    EXPECT_FALSE(MatchesWildcard(name, "*a*a*a*a*a*a*a*a*a*a*a*a*b"));
+    EXPECT_TRUE(MatchesWildcard(name + "b", "*a*a*a*a*a*a*a*a*a*a*a*a*b"));
+}
+
 // ---------------------------------------------------------------------------------------
 
 TEST(StringFromInteger, Extremes)

@@ -494,10 +494,21 @@ String FormatDuration(double milliseconds)
 namespace
 {
 
+enum class WildcardOutcome
+{
+    matched,
+    failedHere,      // this start fails; a later start of the enclosing star may still match
+    failedEverywhere // no later start of any enclosing star can match either
+};
+
 // p walks the zero-terminated pattern, t the zero-terminated text. The order of the tests
 // matters: a star is only tried against text that has not ended, so "a**" does not match
 // "a", and "?" never matches the end of the text.
-bool matchFrom(const char* p, const char* t, bool insensitive)
+//
+// When a star has tried every remaining start and failed, a later start of an earlier star
+// would only reach this star further on, with fewer starts to try: that failure is final.
+// Reporting it keeps the search linear in the number of stars instead of exponential.
+WildcardOutcome matchFrom(const char* p, const char* t, bool insensitive)
 {
     char c = *p++;
     while (c != '*')
@@ -506,21 +517,24 @@ bool matchFrom(const char* p, const char* t, bool insensitive)
         if (c == x)
         {
             if (c == 0)
-                return true;
+                return WildcardOutcome::matched;
         }
         else if (!(c == '?' && x != 0) && !(insensitive && foldByte(c) == foldByte(x)))
         {
-            return false;
+            return WildcardOutcome::failedHere;
         }
         c = *p++;
     }
 
     if (*p == 0)
-        return true;
+        return WildcardOutcome::matched;
     for (; *t != 0; ++t)
-        if (matchFrom(p, t, insensitive))
-            return true;
-    return false;
+    {
+        const WildcardOutcome outcome = matchFrom(p, t, insensitive);
+        if (outcome != WildcardOutcome::failedHere)
+            return outcome;
+    }
+    return WildcardOutcome::failedEverywhere;
 }
 
 } // namespace
@@ -529,7 +543,7 @@ bool MatchesWildcard(const String& s, const String& pattern, const CaseSensitivi
 {
     if (s.IsEmpty() || pattern.IsEmpty())
         return false;
-    return matchFrom(pattern.GetCharPointer(), s.GetCharPointer(), cs == insensitive);
+    return matchFrom(pattern.GetCharPointer(), s.GetCharPointer(), cs == insensitive) == WildcardOutcome::matched;
 }
 
 } // namespace kvo
