@@ -27,10 +27,13 @@ bool isOnDivision(double value, int scale, int divisions)
     return std::llround(value) % divisor == 0;
 }
 
-/** The percentage shown: the truncated fraction of the scale times 100. */
-int64_t shownPercent(double fraction)
+/**
+    The percentage shown: the whole part of value as a share of scale. Multiplying before
+    dividing keeps whole percentages exact; (29 / 100.0) * 100.0 falls just short of 29.
+*/
+int64_t shownPercent(double value, int scale)
 {
-    return static_cast<int64_t>(fraction * 100.0);
+    return static_cast<int64_t>(value * 100.0 / scale);
 }
 
 } // namespace
@@ -48,8 +51,7 @@ void PrintProgressStart(double value, int scale, int divisions, std::ostream& st
     if (!isOnDivision(value, scale, divisions))
         return;
 
-    const double fraction = value / scale;
-    stream << cursorSave << cursorRestore << StyledText(String("Progress : ") + FromInteger(static_cast<uint64_t>(shownPercent(fraction))) + " % ").GetStdString()
+    stream << cursorSave << cursorRestore << StyledText(String("Progress : ") + FromInteger(static_cast<uint64_t>(shownPercent(value, scale))) + " % ").GetStdString()
            << cursorSave << cursorRestore;
 }
 
@@ -64,7 +66,7 @@ void PrintProgressLine(double value, int64_t startTime, int scale, int divisions
     if (!std::isfinite(remaining))
         remaining = 0.0; // nothing done yet: no estimate to give
 
-    const String text = String("Progress : ") + FromInteger(static_cast<uint64_t>(shownPercent(fraction))) + " %  (elapsed "
+    const String text = String("Progress : ") + FromInteger(static_cast<uint64_t>(shownPercent(value, scale))) + " %  (elapsed "
                         + FormatDuration(elapsed) + " | remaining " + FormatDuration(remaining) + ")";
     stream << cursorSave << cursorRestore << StyledText(text).GetStdString() << cursorSave << cursorRestore;
 }
