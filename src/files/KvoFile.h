@@ -31,6 +31,8 @@ public:
     /** Canonicalises text: "~" expanded, "." and ".." resolved, separators collapsed, relative paths made absolute. */
     explicit File(const String& text);
     explicit File(const char* text);
+    /** A File of a path that is canonical already, such as one built from a folder's entries: taken as it stands. */
+    static File FromCanonicalPath(const String& path) { return File(path, Unparsed {}); }
 
     const String& GetFullPath() const noexcept { return fullPath; }
 
