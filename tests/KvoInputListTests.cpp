@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
+#include "KvoTestPrivileges.h"
 #include "KvoTestUtilities.h"
 #include "files/KvoFolderIterator.h"
 
@@ -16,6 +18,65 @@ namespace kvo::testing
 {
 namespace
 {
+
+/** Sets HOME for one test and puts the old value back. */
+class ScopedHome
+{
+public:
+    explicit ScopedHome(const std::string& value)
+    {
+        if (const char* old = std::getenv("HOME"))
+            previous = old, hadValue = true;
+        ::setenv("HOME", value.c_str(), 1);
+    }
+    ~ScopedHome()
+    {
+        if (hadValue)
+            ::setenv("HOME", previous.c_str(), 1);
+        else
+            ::unsetenv("HOME");
+    }
+
+private:
+    std::string previous;
+    bool hadValue = false;
+};
+
+/**
+    A chain of folders, each holding "f.wav" and the next, deeper than the system's path
+    limit. It is built and removed through folder handles, since the deep end has no path
+    that the system accepts in one piece.
+*/
+class DeepChain
+{
+public:
+    DeepChain(const std::string& root, const std::string& name, int depth) : name(name)
+    {
+        folders.push_back(::open(root.c_str(), O_RDONLY | O_DIRECTORY));
+        for (int i = 0; i < depth && folders.back() >= 0; ++i)
+        {
+            ::mkdirat(folders.back(), name.c_str(), 0777);
+            folders.push_back(::openat(folders.back(), name.c_str(), O_RDONLY | O_DIRECTORY));
+            ::close(::openat(folders.back(), "f.wav", O_WRONLY | O_CREAT, 0666));
+        }
+    }
+    ~DeepChain()
+    {
+        for (size_t i = folders.size() - 1; i > 0; --i)
+        {
+            ::unlinkat(folders[i], "f.wav", 0);
+            ::close(folders[i]);
+            ::unlinkat(folders[i - 1], name.c_str(), AT_REMOVEDIR);
+        }
+        ::close(folders.front());
+    }
+    DeepChain(const DeepChain&) = delete;
+    DeepChain& operator=(const DeepChain&) = delete;
+
+private:
+    std::string name;
+    std::vector<int> folders;
+};
 
 class InputList : public ::testing::Test
 {
@@ -45,6 +106,19 @@ protected:
             names.push_back(path);
         }
         return names;
+    }
+
+    /** Every entry a walk of folder returns, relative to the root, folders with a trailing "/". */
+    std::vector<std::string> walk(const std::string& folder, const char* wildcard, uint32_t whatToLookFor,
+                                  Recursion recursion = recursive)
+    {
+        DirectoryIterator iterator(File((root + "/" + folder).c_str()), recursion, wildcard, whatToLookFor, true);
+        std::vector<std::string> seen;
+        bool isDirectory = false;
+        while (iterator.Next(&isDirectory, nullptr))
+            seen.push_back(iterator.GetFile().GetFullPath().GetStdString().substr(root.size() + 1)
+                           + (isDirectory ? "/" : ""));
+        return seen;
     }
 
     TemporaryFolder folder;
@@ -111,15 +185,11 @@ TEST_F(InputList, HomeExpandsInWildcardForms)
     makeFolder("home");
     makeFolder("home/sub");
     touch("home/sub/t.wav");
-    const char* old = std::getenv("HOME");
-    const std::string previous = old != nullptr ? old : "";
-    ::setenv("HOME", (root + "/home").c_str(), 1);
-    const Names found = expand("~/sub/*.wav");
-    if (old != nullptr)
-        ::setenv("HOME", previous.c_str(), 1);
-    else
-        ::unsetenv("HOME");
-    EXPECT_EQ(found, (Names { "home/sub/t.wav" }));
+    touch("home/sub/u.aif");
+    ScopedHome home(root + "/home");
+    EXPECT_EQ(expand("~/sub/*.wav"), (Names { "home/sub/t.wav" }));
+    EXPECT_EQ(expand("~/*.wav", recursive), (Names { "home/sub/t.wav" }));
+    EXPECT_EQ(expand("~/sub/t.wav, ~/sub/u.aif"), (Names { "home/sub/t.wav", "home/sub/u.aif" }));
 }
 
 TEST_F(InputList, SeveralPatternsFindNextToNothingUnlessRecursive)
@@ -130,39 +200,156 @@ TEST_F(InputList, SeveralPatternsFindNextToNothingUnlessRecursive)
     EXPECT_EQ(expand("*.wav;*.aif", recursive), (Names { "a.wav", "b.aif" }));
 }
 
-TEST_F(InputList, LinkedFoldersAreNotEnteredSoLoopsEnd)
+TEST_F(InputList, NamesSortWithoutCaseThenByteByByte)
+{
+    for (const char* name : { "B.wav", "_x.wav", "a.wav", "A.wav", "\xC3\xA9.wav", "z.wav", "Z1.wav" })
+        touch(name);
+    // "_" sorts before letters because names compare in lower case; bytes above 127 come last.
+    EXPECT_EQ(expand("*.wav"), (Names { "_x.wav", "A.wav", "a.wav", "B.wav", "z.wav", "Z1.wav", "\xC3\xA9.wav" }));
+    EXPECT_EQ(expand("*.WAV"), expand("*.wav"));
+}
+
+TEST_F(InputList, HiddenNamesAreLeftOutOfWildcardFormsOnly)
 {
     makeFolder("d");
+    makeFolder("d/.h");
+    makeFolder("d/s");
+    touch("d/.a.wav");
+    touch("d/.h/b.wav");
+    touch("d/s/.c.wav");
+    touch("d/s/d.wav");
+    touch("d/...");
+    EXPECT_EQ(expand("d/*.wav", recursive), (Names { "d/s/d.wav" }));
+    EXPECT_EQ(expand("d/.*", recursive), Names {});
+    EXPECT_EQ(expand("d/*"), Names {}); // "..." is a name of dots alone
+    EXPECT_EQ(expand("d/.a.wav"), (Names { "d/.a.wav" }));
+    EXPECT_EQ(expand("d/..."), (Names { "d/..." }));
+    EXPECT_EQ(expand("d/.h/b.wav, d/s/.c.wav"), (Names { "d/.h/b.wav", "d/s/.c.wav" }));
+}
+
+TEST_F(InputList, RecursionWalksDepthFirstWhereItMeetsEachFolder)
+{
+    for (const char* name : { "r", "r/b", "r/b/c", "r/D", "r/x.wav" })
+        makeFolder(name);
+    for (const char* name : { "r/a.wav", "r/b/c/1.wav", "r/b/2.wav", "r/c.wav", "r/D/3.WAV", "r/x.wav/4.wav" })
+        touch(name);
+    // The folder "x.wav" matches as well and is dropped at the end; its contents stay.
+    const Names all { "r/a.wav", "r/b/2.wav", "r/b/c/1.wav", "r/c.wav", "r/D/3.WAV", "r/x.wav/4.wav" };
+    EXPECT_EQ(expand("r/*.wav", recursive), all);
+    EXPECT_EQ(expand("*.wav", recursive), all);
+    EXPECT_EQ(expand("r/*.wav"), (Names { "r/a.wav", "r/c.wav" }));
+}
+
+TEST_F(InputList, EscapedBlanksReachTheFolderPart)
+{
+    makeFolder("my dir");
+    touch("my dir/a b.wav");
+    EXPECT_EQ(expand("my\\ dir/*.wav"), (Names { "my dir/a b.wav" }));
+    EXPECT_EQ(expand("  my dir/a?b.wav "), (Names { "my dir/a b.wav" }));
+}
+
+TEST_F(InputList, HomeFolderThatIsMissingGivesNothing)
+{
+    ScopedHome home(root + "/nobody-home");
+    EXPECT_EQ(expand("~/*.wav"), Names {});
+    EXPECT_EQ(expand("~/sub/*.wav", recursive), Names {});
+}
+
+TEST_F(InputList, LinkedFoldersAreWalkedButLoopsEnd)
+{
+    makeFolder("d");
+    makeFolder("elsewhere");
     touch("d/a.wav");
+    touch("elsewhere/e.wav");
     ASSERT_EQ(::symlink((root + "/d").c_str(), (root + "/d/loop").c_str()), 0);
+    ASSERT_EQ(::symlink("..", (root + "/d/up").c_str()), 0);
+    ASSERT_EQ(::symlink((root + "/elsewhere").c_str(), (root + "/d/linked").c_str()), 0);
     ASSERT_EQ(::symlink((root + "/nowhere").c_str(), (root + "/d/dangling.wav").c_str()), 0);
-    EXPECT_EQ(expand("d/*.wav", recursive), (Names { "d/a.wav", "d/dangling.wav" }));
+    // "loop" leads back into d and is not entered; "up" leads out of the walk, to the root,
+    // whose "d" is passed over in turn. A dangling link counts as a file, to fail when opened.
+    EXPECT_EQ(expand("d/*.wav", recursive),
+              (Names { "d/a.wav", "d/dangling.wav", "d/linked/e.wav", "d/up/elsewhere/e.wav" }));
 }
 
 TEST_F(InputList, UnreadableFoldersGiveNothing)
 {
-    if (::geteuid() == 0)
-        GTEST_SKIP() << "root reads every folder";
-    makeFolder("closed");
-    touch("closed/a.wav");
-    ::chmod((root + "/closed").c_str(), 0);
-    EXPECT_EQ(expand("closed/*.wav"), Names {});
-    ::chmod((root + "/closed").c_str(), 0777);
+    ::chmod(folder.GetPath().c_str(), 0755);
+    makeFolder("open");
+    makeFolder("open/closed");
+    touch("open/a.wav");
+    touch("open/closed/b.wav");
+    touch("open/z.wav");
+    ::chmod((root + "/open/closed").c_str(), 0);
+
+    EXPECT_TRUE(HoldsWithoutPrivileges([&] { return expand("open/closed/*.wav").empty(); }));
+    EXPECT_TRUE(HoldsWithoutPrivileges(
+        [&] { return expand("open/*.wav", recursive) == Names { "open/a.wav", "open/z.wav" }; }));
+    ::chmod((root + "/open/closed").c_str(), 0777);
+    EXPECT_EQ(expand("open/*.wav", recursive), (Names { "open/a.wav", "open/closed/b.wav", "open/z.wav" }));
 }
+
+TEST_F(InputList, FoldersDeeperThanThePathLimitEndTheWalkQuietly)
+{
+    // 60 levels of 100 bytes pass the system's 4096-byte path limit about half way down.
+    const std::string level(100, 'l');
+    DeepChain chain(root, level, 60);
+    const Names found = expand("*.wav", recursive);
+    ASSERT_FALSE(found.empty());
+    ASSERT_LT(found.size(), 60u);
+    std::string expected;
+    for (const std::string& path : found)
+    {
+        expected += level + "/";
+        EXPECT_EQ(path, expected + "f.wav");
+    }
+}
+
+// ---------------------------------------------------------------------------------------
+// The iterator itself
 
 TEST_F(InputList, FolderIteratorReturnsAFolderBeforeItsContents)
 {
     makeFolder("top");
     makeFolder("top/mid");
-    touch("top/mid/f");
+    makeFolder("top/mid/low");
+    touch("top/mid/low/f");
+    touch("top/mid/e");
     touch("top/g");
-    DirectoryIterator iterator(File((root + "/top").c_str()), recursive, "*", 3, true);
+
+    // GetFile walks down to the deepest level that has moved.
+    EXPECT_EQ(walk("top", "*", 3), (Names { "top/g", "top/mid/", "top/mid/e", "top/mid/low/", "top/mid/low/f" }));
+    EXPECT_EQ(walk("top", "*", 1), (Names { "top/mid/", "top/mid/low/" }));
+    EXPECT_EQ(walk("top", "*", 2), (Names { "top/g", "top/mid/e", "top/mid/low/f" }));
+    EXPECT_EQ(walk("top", "l*;E", 3), (Names { "top/mid/e", "top/mid/low/" }));
+    EXPECT_EQ(walk("top", "*", 3, notRecursive), (Names { "top/g", "top/mid/" }));
+}
+
+TEST_F(InputList, FolderIteratorTriesAMissingFolderAgain)
+{
+    DirectoryIterator iterator(File((root + "/later").c_str()), notRecursive, "*", 3, true);
+    EXPECT_FALSE(iterator.Next(nullptr, nullptr));
+    makeFolder("later");
+    touch("later/f");
+    bool isDirectory = true;
+    bool isHidden = true;
+    ASSERT_TRUE(iterator.Next(&isDirectory, &isHidden));
+    EXPECT_EQ(iterator.GetFile().GetFullPath().GetStdString(), root + "/later/f");
+    EXPECT_FALSE(isDirectory);
+    EXPECT_FALSE(isHidden);
+    EXPECT_FALSE(iterator.Next(nullptr, nullptr));
+}
+
+TEST_F(InputList, FolderIteratorCanShowHiddenEntries)
+{
+    makeFolder(".h");
+    touch(".h/f");
+    touch(".g");
+    DirectoryIterator iterator(File(root.c_str()), recursive, "*", 3, false);
     Names seen;
-    bool isDirectory = false;
-    while (iterator.Next(&isDirectory, nullptr))
-        seen.push_back(iterator.GetFile().GetFullPath().GetStdString().substr(root.size() + 1)
-                       + (isDirectory ? "/" : ""));
-    EXPECT_EQ(seen, (Names { "top/g", "top/mid/", "top/mid/f" }));
+    bool isHidden = false;
+    while (iterator.Next(nullptr, &isHidden))
+        seen.push_back(iterator.GetFile().GetFileName().GetStdString() + (isHidden ? " hidden" : ""));
+    EXPECT_EQ(seen, (Names { ".g hidden", ".h hidden", "f" }));
 }
 
 } // namespace

@@ -2,10 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 
+#include "KvoStreamCapture.h"
 #include "KvoTestUtilities.h"
+#include "files/KvoFile.h"
+#include "shell/KvoSonaJoin.h"
 
 namespace kvo::testing
 {
@@ -134,6 +139,55 @@ TEST(SonaJoinOptions, AcceptedCommandLinesReturnZero)
         EXPECT_EQ(run.standardOutput.find("Error : "), std::string::npos) << run.standardOutput;
         EXPECT_EQ(run.standardOutput.find("command line options"), std::string::npos);
     }
+}
+
+TEST(SonaJoinOptions, PatternThatMatchesNothingJoinsNothingAndSucceeds)
+{
+    TemporaryFolder folder;
+    std::ofstream(folder / "a.wav") << "x";
+    for (const char* input : { "*.none", "nowhere/*.wav", "~/nowhere-at-all/*.wav" })
+    {
+        const ProgramRun run = RunSonaJoin({ "-i", input, "-d", "out.wav" }, folder.GetPath());
+        EXPECT_EQ(run.standardOutput, ExpectedBanner()) << input;
+        EXPECT_EQ(run.standardError, "");
+        EXPECT_EQ(run.exitCode, 0);
+        EXPECT_FALSE(std::filesystem::exists(folder / "out.wav"));
+    }
+}
+
+/** The paths of the tool's input list, relative to base. */
+std::vector<std::string> inputsBelow(const SonaJoin& tool, const std::string& base)
+{
+    std::vector<std::string> paths;
+    for (const File& file : tool.GetInputFiles())
+        paths.push_back(file.GetFullPath().GetStdString().substr(base.size() + 1));
+    return paths;
+}
+
+TEST(SonaJoinSetup, InputsExpandAndReplaceEachOther)
+{
+    TemporaryFolder folder;
+    char real[4096];
+    ASSERT_NE(::realpath(folder.GetPath().c_str(), real), nullptr);
+    const std::string base = real;
+    std::filesystem::create_directory(base + "/sub");
+    std::ofstream(base + "/b.wav") << "x";
+    std::ofstream(base + "/sub/a.wav") << "x";
+
+    StreamCapture out(std::cout); // the banner
+    SonaJoin tool;
+    tool.SetInputs((base + "/*.wav").c_str(), 0);
+    EXPECT_EQ(inputsBelow(tool, base), (std::vector<std::string> { "b.wav", "sub/a.wav" }));
+    tool.SetInputs((base + "/*.wav").c_str(), 1);
+    EXPECT_EQ(inputsBelow(tool, base), (std::vector<std::string> { "b.wav" }));
+    tool.SetInputs((base + "/z.wav, " + base + "/sub").c_str(), 1);
+    EXPECT_EQ(inputsBelow(tool, base), (std::vector<std::string> { "z.wav" })); // a folder is dropped
+    tool.SetInputs((base + "/sub/*.aif").c_str(), 0);
+    EXPECT_TRUE(tool.GetInputFiles().empty());
+
+    tool.SetDestination(File((base + "/out//x.wav").c_str()));
+    EXPECT_EQ(tool.GetDestination().GetFullPath().GetStdString(), base + "/out/x.wav");
+    EXPECT_FALSE(tool.GetDestination().Exists());
 }
 
 } // namespace

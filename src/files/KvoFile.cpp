@@ -1,11 +1,11 @@
 #include "files/KvoFile.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 #include "core/KvoException.h"
 #include "core/KvoStringArray.h"
@@ -23,10 +23,28 @@ bool statPath(const String& path, struct stat& info)
     return !path.IsEmpty() && ::stat(path.GetCharPointer(), &info) == 0;
 }
 
-/** An environment value that can serve as the home folder: set, and not itself a "~" form. */
+/** The text as ParseAbsolutePath sees it before it resolves "~" and relative paths. */
+String withoutDotsAndDoubleSeparators(const String& text)
+{
+    return CollapseSeparators(RemoveDotSegments(Trimmed(text)));
+}
+
+/** Whether text, once tidied, is "~" or starts with "~/" and so asks for the home folder. */
+bool expandsHome(const String& text)
+{
+    if (!ContainsNonWhitespace(text) || text == String("none"))
+        return false;
+    const String path = withoutDotsAndDoubleSeparators(text);
+    return path == String("~") || StartsWith(path, "~/");
+}
+
+/**
+    An environment value that can serve as the home folder: set, and not a text that would
+    itself ask for the home folder (" ~", "~/x", "a/../~"), which would recurse without end.
+*/
 bool isUsableHome(const char* value)
 {
-    return value != nullptr && value[0] != '~';
+    return value != nullptr && !expandsHome(String(value));
 }
 
 /** The file's extension in lower case: the text behind a "." of the file name, or empty. */
@@ -38,18 +56,20 @@ String lowerCaseExtension(const String& path)
     return ToLowerCaseCopy(SubString(path, dot + 1));
 }
 
-bool startsWithDotPiece(const String& text, const char* piece, int64_t length)
+/** Whether text holds the dot piece of the given length at from, followed by a separator or the end. */
+bool isDotPieceAt(const String& text, int64_t from, int64_t length)
 {
-    if (!StartsWith(text, piece))
-        return false;
-    return text.GetLength() == length || text[length] == separator;
+    for (int64_t i = 0; i < length; ++i)
+        if (from + i >= text.GetLength() || text[from + i] != '.')
+            return false;
+    return from + length == text.GetLength() || text[from + length] == separator;
 }
 
-String skipLeadingSeparators(const String& text, int64_t from)
+int64_t skipSeparators(const String& text, int64_t from)
 {
     while (from < text.GetLength() && text[from] == separator)
         ++from;
-    return SubString(text, from);
+    return from;
 }
 
 } // namespace
@@ -62,30 +82,43 @@ String RemoveDotSegments(const String& path)
     if (!ContainsString(path, "./"))
         return path;
 
-    StringArray pieces = Split(path, separator, true);
+    // The pieces kept so far form a stack, so a path of many pieces costs one pass. The bottom
+    // piece is taken as it comes, unexamined: it is the root's empty piece or a leading name,
+    // or the piece that follows when ".." has removed the bottom one.
+    const StringArray pieces = Split(path, separator, true);
+    std::vector<const String*> kept;
     bool removed = false;
-    // The first piece always stays: it is the root's empty piece, or a leading name.
-    for (int64_t i = 1; static_cast<uint64_t>(i) < pieces.GetSize();)
+    for (const String* piece : pieces)
     {
-        const String& piece = pieces[static_cast<uint64_t>(i)];
-        if (piece == String("..") && pieces[static_cast<uint64_t>(i - 1)] != String(".."))
+        if (kept.empty())
         {
-            Remove(pieces, i);
-            Remove(pieces, i - 1);
-            removed = true;
-            i = std::max<int64_t>(i - 2, 0) + 1;
+            kept.push_back(piece);
         }
-        else if (piece == String("."))
+        else if (*piece == String("..") && *kept.back() != String(".."))
         {
-            Remove(pieces, i);
+            kept.pop_back();
+            removed = true;
+        }
+        else if (*piece == String("."))
+        {
             removed = true;
         }
         else
         {
-            ++i;
+            kept.push_back(piece);
         }
     }
-    return removed ? Join(pieces, "/") : path;
+    if (!removed)
+        return path;
+
+    String joined;
+    for (size_t i = 0; i < kept.size(); ++i)
+    {
+        if (i > 0)
+            joined += separator;
+        joined += *kept[i];
+    }
+    return joined;
 }
 
 String CollapseSeparators(const String& path)
@@ -101,7 +134,7 @@ String File::ParseAbsolutePath(const String& text)
     if (!ContainsNonWhitespace(text) || text == String("none"))
         return {};
 
-    String path = CollapseSeparators(RemoveDotSegments(Trimmed(text)));
+    String path = withoutDotsAndDoubleSeparators(text);
     if (path[0] == '~')
     {
         if (path.GetLength() == 1)
@@ -133,20 +166,21 @@ File File::GetChildFile(const String& relativePath) const
     if (StartsWith(relativePath, "/"))
         return File(relativePath);
 
+    // Leading "." and ".." pieces are consumed by moving an index, so a long run of them stays linear.
     String base = fullPath;
-    String rest = relativePath;
+    int64_t from = 0;
     for (;;)
     {
-        if (startsWithDotPiece(rest, "..", 2))
+        if (isDotPieceAt(relativePath, from, 2))
         {
             const int64_t last = LastIndexOf(base, separator);
             if (last >= 0)
-                base = SubString(base, 0, last);
-            rest = skipLeadingSeparators(rest, 2);
+                base.GetStdString().resize(static_cast<size_t>(last));
+            from = skipSeparators(relativePath, from + 2);
         }
-        else if (startsWithDotPiece(rest, ".", 1))
+        else if (isDotPieceAt(relativePath, from, 1))
         {
-            rest = skipLeadingSeparators(rest, 1);
+            from = skipSeparators(relativePath, from + 1);
         }
         else
         {
@@ -156,7 +190,7 @@ File File::GetChildFile(const String& relativePath) const
 
     if (!EndsWith(base, separator))
         base += "/";
-    return File(base + rest);
+    return File(base + SubString(relativePath, from));
 }
 
 // ---------------------------------------------------------------------------------------
@@ -297,15 +331,19 @@ File File::GetCurrentWorkingDirectory()
 
 File File::GetHomeDirectory()
 {
-    // A home given as "~" or "~/..." would expand itself without end: such values are passed over.
+    // A value that asks for "~" itself (HOME="~", "~/x") would expand without end: it is passed over.
     if (const char* home = std::getenv("HOME"); isUsableHome(home))
         return File(String(home));
     if (const char* home = std::getenv("home"); isUsableHome(home))
         return File(String(home));
     const char* drive = std::getenv("HOMEDRIVE");
     const char* homePath = std::getenv("HOMEPATH");
-    if (drive != nullptr && homePath != nullptr && isUsableHome(drive) && (drive[0] != '\0' || isUsableHome(homePath)))
-        return File(String(drive) + homePath);
+    if (drive != nullptr && homePath != nullptr)
+    {
+        const String joined = String(drive) + homePath;
+        if (isUsableHome(joined.GetCharPointer()))
+            return File(joined);
+    }
     return GetCurrentWorkingDirectory();
 }
 

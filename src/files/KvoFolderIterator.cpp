@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <dirent.h>
+#include <memory>
 #include <sys/stat.h>
+#include <utility>
 
 namespace kvo
 {
@@ -12,16 +14,6 @@ namespace
 bool isHiddenName(const String& name)
 {
     return StartsWith(name, ".");
-}
-
-/** Case-blind order of names, ties broken byte by byte, so that every walk is reproducible. */
-bool namesInOrder(const String& a, const String& b)
-{
-    const String lowerA = ToLowerCaseCopy(a);
-    const String lowerB = ToLowerCaseCopy(b);
-    if (lowerA != lowerB)
-        return lowerA.GetStdString() < lowerB.GetStdString();
-    return a.GetStdString() < b.GetStdString();
 }
 
 String withTrailingSeparator(const String& path)
@@ -49,54 +41,54 @@ NativeIterator::NativeIterator(const File& folder, const String& pattern)
 {
 }
 
-void NativeIterator::readFolder()
+bool NativeIterator::readFolder()
 {
     if (folderPath.IsEmpty())
-        return;
-    DIR* folder = ::opendir(folderPath.GetCharPointer());
+        return false;
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(folderPath.GetCharPointer()), ::closedir);
     if (folder == nullptr)
-        return;
+        return false;
 
-    while (const dirent* entry = ::readdir(folder))
+    std::vector<Entry> found;
+    while (const dirent* entry = ::readdir(folder.get()))
     {
         const String name(entry->d_name);
         if (!MatchesWildcard(name, pattern, insensitive))
             continue;
-        // stat follows links, so a link to a folder is walked as a folder; a dangling one is a file.
+        // stat follows links, so a link to a folder counts as a folder and a dangling one as a file.
         const String path = folderPath + name;
         struct stat info {};
         const bool isDirectory = ::stat(path.GetCharPointer(), &info) == 0 && S_ISDIR(info.st_mode);
-        const bool isLink = ::lstat(path.GetCharPointer(), &info) == 0 && S_ISLNK(info.st_mode);
-        entries.push_back({ name, isDirectory, isLink });
+        found.push_back({ name, ToLowerCaseCopy(name).GetStdString(), isDirectory });
     }
-    ::closedir(folder);
 
-    std::sort(entries.begin(), entries.end(),
-              [](const Entry& a, const Entry& b) { return namesInOrder(a.name, b.name); });
+    // Case-blind order of names, ties broken byte by byte, so that every walk is reproducible.
+    std::sort(found.begin(), found.end(), [](const Entry& a, const Entry& b) {
+        return a.sortKey != b.sortKey ? a.sortKey < b.sortKey : a.name.GetStdString() < b.name.GetStdString();
+    });
+    entries = std::move(found);
+    return true;
 }
 
 bool NativeIterator::Next(String& name, bool* isDirectory, bool* isHidden)
 {
-    if (!started)
-    {
-        started = true;
-        readFolder();
-    }
-    if (nextEntry >= entries.size())
-        return false;
+    // A folder too large for memory becomes a library Exception, like any other failed growth.
+    bool found = false;
+    details::translateAllocationFailures(KVO_CODE_LOCATION, [&] {
+        if (!started)
+            started = readFolder();
+        if (nextEntry >= entries.size())
+            return;
 
-    const Entry& entry = entries[nextEntry++];
-    name = entry.name;
-    if (isDirectory != nullptr)
-        *isDirectory = entry.isDirectory;
-    if (isHidden != nullptr)
-        *isHidden = isHiddenName(entry.name);
-    return true;
-}
-
-bool NativeIterator::IsLink() const noexcept
-{
-    return nextEntry > 0 && entries[nextEntry - 1].isLink;
+        const Entry& entry = entries[nextEntry++];
+        name = entry.name;
+        if (isDirectory != nullptr)
+            *isDirectory = entry.isDirectory;
+        if (isHidden != nullptr)
+            *isHidden = isHiddenName(entry.name);
+        found = true;
+    });
+    return found;
 }
 
 // ---------------------------------------------------------------------------------------
@@ -104,16 +96,47 @@ bool NativeIterator::IsLink() const noexcept
 
 DirectoryIterator::DirectoryIterator(const File& folder, const Recursion& recursion, const String& wildcard,
                                      uint32_t whatToLookFor, bool ignoreHidden)
+    : DirectoryIterator(folder, recursion, wildcard, whatToLookFor, ignoreHidden, identify(folder.GetFullPath()))
+{
+}
+
+DirectoryIterator::DirectoryIterator(const File& folder, const Recursion& recursion, const String& wildcard,
+                                     uint32_t whatToLookFor, bool ignoreHidden,
+                                     std::vector<FolderIdentity> enclosingFolders)
     : nativeIterator(new NativeIterator(folder, recursion == notRecursive ? wildcard : String("*"))),
       wildcard(wildcard),
       folderPath(withTrailingSeparator(folder.GetFullPath())),
       whatToLookFor(whatToLookFor),
       ignoreHidden(ignoreHidden),
-      recursion(recursion)
+      recursion(recursion),
+      enclosingFolders(std::move(enclosingFolders))
 {
     wildcards = Split(wildcard, ';', false);
     TrimAll(wildcards);
     RemoveEmpty(wildcards, true);
+}
+
+std::vector<DirectoryIterator::FolderIdentity> DirectoryIterator::identify(const String& path)
+{
+    struct stat info {};
+    if (path.IsEmpty() || ::stat(path.GetCharPointer(), &info) != 0)
+        return {};
+    return { FolderIdentity { static_cast<uint64_t>(info.st_dev), static_cast<uint64_t>(info.st_ino) } };
+}
+
+void DirectoryIterator::startSubIterator(const String& name)
+{
+    const String path = folderPath + name;
+    std::vector<FolderIdentity> chain = identify(path);
+    if (chain.empty())
+        return;
+    // A folder the walk is already inside is reached through a link back up the tree: walking it would never end.
+    if (std::find(enclosingFolders.begin(), enclosingFolders.end(), chain.front()) != enclosingFolders.end())
+        return;
+
+    chain.insert(chain.end(), enclosingFolders.begin(), enclosingFolders.end());
+    subIterator.reset(new DirectoryIterator(File::FromCanonicalPath(path), recursion, wildcard, whatToLookFor,
+                                            ignoreHidden, std::move(chain)));
 }
 
 bool DirectoryIterator::matches(const String& name, bool isDirectory) const
@@ -151,11 +174,9 @@ bool DirectoryIterator::Next(bool* isDirectory, bool* isHidden)
         if (ContainsOnly(name, '.'))
             continue;
 
-        // Linked folders are listed but not entered: a link back up the tree would make the walk endless.
         const bool skipHidden = ignoreHidden && entryIsHidden;
-        if (entryIsDirectory && recursion == recursive && !skipHidden && !nativeIterator->IsLink())
-            subIterator.reset(new DirectoryIterator(File::FromCanonicalPath(folderPath + name), recursion, wildcard,
-                                                    whatToLookFor, ignoreHidden));
+        if (entryIsDirectory && recursion == recursive && !skipHidden)
+            startSubIterator(name);
 
         if (!matches(name, entryIsDirectory) || skipHidden)
             continue; // the new sub-iterator, if any, is walked first on the next turn

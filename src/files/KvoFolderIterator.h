@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "core/KvoScopedPointer.h"
@@ -27,20 +28,21 @@ class NativeIterator
 public:
     NativeIterator(const File& folder, const String& pattern);
 
-    /** The next entry's name and kinds; false when there is none, or the folder cannot be read. */
+    /**
+        The next entry's name and kinds; false when there is none. A folder that cannot be
+        read gives false too, and the next call tries to read it again.
+    */
     bool Next(String& name, bool* isDirectory, bool* isHidden);
-    /** Whether the entry Next returned last is a symbolic link (to a folder or not). */
-    bool IsLink() const noexcept;
 
 private:
     struct Entry
     {
         String name;
+        std::string sortKey; // the name in lower case
         bool isDirectory = false;
-        bool isLink = false;
     };
 
-    void readFolder();
+    bool readFolder();
 
     String folderPath;
     String pattern;
@@ -51,7 +53,9 @@ private:
 
 /**
     Walks a folder for files and/or sub-folders that match a ";"-separated list of
-    patterns, depth first when recursive: a folder comes before its contents.
+    patterns, depth first when recursive: a folder comes before its contents. Linked
+    folders are walked like any other, except one that leads back to a folder the walk
+    is already inside, so a link loop cannot make the walk endless.
 */
 class DirectoryIterator
 {
@@ -66,7 +70,22 @@ public:
     File GetFile() const;
 
 private:
+    /** Where a folder lives on disk, whatever path led to it. */
+    struct FolderIdentity
+    {
+        uint64_t device = 0;
+        uint64_t inode = 0;
+        bool operator==(const FolderIdentity&) const = default;
+    };
+
+    DirectoryIterator(const File& folder, const Recursion& recursion, const String& wildcard,
+                      uint32_t whatToLookFor, bool ignoreHidden, std::vector<FolderIdentity> enclosingFolders);
+
+    /** The folder at path, and nothing when it cannot be asked about. */
+    static std::vector<FolderIdentity> identify(const String& path);
+
     bool matches(const String& name, bool isDirectory) const;
+    void startSubIterator(const String& name);
 
     StringArray wildcards;
     ScopedPointer<NativeIterator> nativeIterator;
@@ -79,6 +98,7 @@ private:
     bool hasBeenAdvanced = false;
     ScopedPointer<DirectoryIterator> subIterator;
     File currentFile;
+    std::vector<FolderIdentity> enclosingFolders; // this folder, then the ones above it on the walk
 };
 
 /**
