@@ -52,16 +52,6 @@ protected:
     Vector<int*> channelPointers;
 };
 
-// Format detection, by content first and extension second.
-Vector<String> GetWavExtensions();
-bool HasWavExtension(const File& file);
-bool HasAiffExtension(const File& file);
-bool HasMp3Extension(const File& file);
-/** "AIFF File", "WAV File", "MP3 File" or "unknown". */
-String GetFileType(const File& file);
-bool IsAiffFile(const File& file);
-bool IsWavFile(const File& file);
-bool IsMp3File(const File& file);
 /** A copy of file's record, or the default record when it is not a file. */
 AudioFilesMetadata GetMetadataFor(const File& file);
 

@@ -1,10 +1,312 @@
 #include "files/KvoFile.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/KvoException.h"
+#include "core/KvoStringArray.h"
+
 namespace kvo
 {
-
-File::File(const String& path) : fullPath(path)
+namespace
 {
+
+constexpr char separator = '/';
+
+/** stat of the path, following links; false for the empty path and for any failure. */
+bool statPath(const String& path, struct stat& info)
+{
+    return !path.IsEmpty() && ::stat(path.GetCharPointer(), &info) == 0;
+}
+
+/** An environment value that can serve as the home folder: set, and not itself a "~" form. */
+bool isUsableHome(const char* value)
+{
+    return value != nullptr && value[0] != '~';
+}
+
+/** The file's extension in lower case: the text behind a "." of the file name, or empty. */
+String lowerCaseExtension(const String& path)
+{
+    const int64_t dot = LastIndexOf(path, '.');
+    if (dot < 0 || dot < LastIndexOf(path, separator))
+        return {};
+    return ToLowerCaseCopy(SubString(path, dot + 1));
+}
+
+bool startsWithDotPiece(const String& text, const char* piece, int64_t length)
+{
+    if (!StartsWith(text, piece))
+        return false;
+    return text.GetLength() == length || text[length] == separator;
+}
+
+String skipLeadingSeparators(const String& text, int64_t from)
+{
+    while (from < text.GetLength() && text[from] == separator)
+        ++from;
+    return SubString(text, from);
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------
+// Canonical paths
+
+String RemoveDotSegments(const String& path)
+{
+    if (!ContainsString(path, "./"))
+        return path;
+
+    StringArray pieces = Split(path, separator, true);
+    bool removed = false;
+    // The first piece always stays: it is the root's empty piece, or a leading name.
+    for (int64_t i = 1; static_cast<uint64_t>(i) < pieces.GetSize();)
+    {
+        const String& piece = pieces[static_cast<uint64_t>(i)];
+        if (piece == String("..") && pieces[static_cast<uint64_t>(i - 1)] != String(".."))
+        {
+            Remove(pieces, i);
+            Remove(pieces, i - 1);
+            removed = true;
+            i = std::max<int64_t>(i - 2, 0) + 1;
+        }
+        else if (piece == String("."))
+        {
+            Remove(pieces, i);
+            removed = true;
+        }
+        else
+        {
+            ++i;
+        }
+    }
+    return removed ? Join(pieces, "/") : path;
+}
+
+String CollapseSeparators(const String& path)
+{
+    String collapsed = path;
+    while (ContainsString(collapsed, "//"))
+        ReplaceAll(collapsed, "//", "/");
+    return collapsed;
+}
+
+String File::ParseAbsolutePath(const String& text)
+{
+    if (!ContainsNonWhitespace(text) || text == String("none"))
+        return {};
+
+    String path = CollapseSeparators(RemoveDotSegments(Trimmed(text)));
+    if (path[0] == '~')
+    {
+        if (path.GetLength() == 1)
+            return GetHomeDirectory().GetFullPath();
+        // "~user" is not expanded: the text stays as typed, and relative.
+        if (path[1] == separator)
+            path = CollapseSeparators(GetHomeDirectory().GetFullPath() + SubString(path, 1));
+    }
+    else if (path[0] != separator)
+    {
+        return GetCurrentWorkingDirectory().GetChildFile(path).GetFullPath();
+    }
+
+    while (path.GetLength() > 1 && EndsWith(path, separator))
+        PopBack(path);
+    return path;
+}
+
+File::File(const String& text) : fullPath(ParseAbsolutePath(text))
+{
+}
+
+File::File(const char* text) : File(String(text))
+{
+}
+
+File File::GetChildFile(const String& relativePath) const
+{
+    if (StartsWith(relativePath, "/"))
+        return File(relativePath);
+
+    String base = fullPath;
+    String rest = relativePath;
+    for (;;)
+    {
+        if (startsWithDotPiece(rest, "..", 2))
+        {
+            const int64_t last = LastIndexOf(base, separator);
+            if (last >= 0)
+                base = SubString(base, 0, last);
+            rest = skipLeadingSeparators(rest, 2);
+        }
+        else if (startsWithDotPiece(rest, ".", 1))
+        {
+            rest = skipLeadingSeparators(rest, 1);
+        }
+        else
+        {
+            break;
+        }
+    }
+
+    if (!EndsWith(base, separator))
+        base += "/";
+    return File(base + rest);
+}
+
+// ---------------------------------------------------------------------------------------
+// Queries
+
+bool File::Exists() const
+{
+    struct stat info {};
+    return statPath(fullPath, info);
+}
+
+bool File::IsDirectory() const
+{
+    struct stat info {};
+    return statPath(fullPath, info) && S_ISDIR(info.st_mode);
+}
+
+bool File::IsFile() const
+{
+    return Exists() && !IsDirectory();
+}
+
+uint64_t File::GetSize() const
+{
+    struct stat info {};
+    return statPath(fullPath, info) ? static_cast<uint64_t>(info.st_size) : 0;
+}
+
+String File::GetFileName() const
+{
+    const int64_t last = LastIndexOf(fullPath, separator);
+    return last < 0 ? fullPath : SubString(fullPath, last + 1);
+}
+
+File File::GetParentDirectory() const
+{
+    const int64_t last = LastIndexOf(fullPath, separator);
+    if (last > 0)
+        return File(SubString(fullPath, 0, last), Unparsed {});
+    if (last == 0)
+        return File(String("/"), Unparsed {});
+    return *this;
+}
+
+bool File::HasFileExtension(const String& extensions) const
+{
+    const String extension = lowerCaseExtension(fullPath);
+    if (extensions.IsEmpty())
+        return extension.IsEmpty() && LastIndexOf(fullPath, '.') <= LastIndexOf(fullPath, separator);
+
+    const StringArray pieces = Split(extensions, ' ', true);
+    for (uint64_t i = 0; i < pieces.GetSize(); ++i)
+    {
+        String candidate = pieces[i];
+        if (StartsWith(candidate, "."))
+            candidate = SubString(candidate, 1);
+        if (ToLowerCaseCopy(candidate) == extension)
+            return true;
+    }
+    return false;
+}
+
+// ---------------------------------------------------------------------------------------
+// Changes on disk
+
+bool File::Delete() const
+{
+    if (!Exists())
+        return true;
+    const int result = IsDirectory() ? ::rmdir(fullPath.GetCharPointer()) : ::unlink(fullPath.GetCharPointer());
+    return result == 0;
+}
+
+bool File::CreateDirectoryA() const
+{
+    if (IsDirectory())
+        return true;
+
+    const File parent = GetParentDirectory();
+    if (parent.fullPath == fullPath)
+        throw Exception(String("Cannot create directory ") + Quoted(fullPath, '"'), KVO_CODE_LOCATION);
+    if (!parent.CreateDirectoryA())
+        return false;
+
+    if (::mkdir(DropLast(fullPath, separator).GetCharPointer(), 0777) == 0)
+        return true;
+    return errno == EEXIST && IsDirectory(); // made meanwhile by someone else: as good as made here
+}
+
+bool File::CreateParentDirectory() const
+{
+    return IsDirectory() || GetParentDirectory().CreateDirectoryA();
+}
+
+void File::OverwriteIfNeeded(const Overwrite& overwrite) const
+{
+    if (!Exists() || IsDirectory())
+    {
+        if (!IsDirectory() || fullPath.IsEmpty())
+            return;
+        throw Exception(Quoted(fullPath, '"') + " is a folder", KVO_CODE_LOCATION);
+    }
+
+    switch (overwrite.GetPolicy())
+    {
+        case 1:
+            if (!Exists())
+                return;
+            [[fallthrough]];
+        case 2:
+            if (!Delete())
+                throw Exception(String("Error overwriting file ") + Quoted(fullPath, '"')
+                                    + " (probably a permission issue?)",
+                                KVO_CODE_LOCATION);
+            return;
+        case 0:
+            throw Exception(String("File already exists ") + Quoted(fullPath, '"'), KVO_CODE_LOCATION);
+        default:
+            throw Exception("bug : unexpected overwrite flag", KVO_CODE_LOCATION);
+    }
+}
+
+// ---------------------------------------------------------------------------------------
+// Well-known folders
+
+File File::GetCurrentWorkingDirectory()
+{
+    std::string buffer(8192, '\0');
+    for (;;)
+    {
+        if (::getcwd(buffer.data(), buffer.size()) != nullptr)
+            return File(String(buffer.c_str()));
+        if (errno != ERANGE || buffer.size() >= (size_t(1) << 24))
+            return File();
+        buffer.resize(buffer.size() * 2);
+    }
+}
+
+File File::GetHomeDirectory()
+{
+    // A home given as "~" or "~/..." would expand itself without end: such values are passed over.
+    if (const char* home = std::getenv("HOME"); isUsableHome(home))
+        return File(String(home));
+    if (const char* home = std::getenv("home"); isUsableHome(home))
+        return File(String(home));
+    const char* drive = std::getenv("HOMEDRIVE");
+    const char* homePath = std::getenv("HOMEPATH");
+    if (drive != nullptr && homePath != nullptr && isUsableHome(drive) && (drive[0] != '\0' || isUsableHome(homePath)))
+        return File(String(drive) + homePath);
+    return GetCurrentWorkingDirectory();
 }
 
 } // namespace kvo

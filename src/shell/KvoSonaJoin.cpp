@@ -1,5 +1,7 @@
 #include "shell/KvoSonaJoin.h"
 
+#include "files/KvoFolderIterator.h"
+
 namespace kvo
 {
 
@@ -7,12 +9,9 @@ SonaJoin::SonaJoin() : ShellTool("sonajoin")
 {
 }
 
-void SonaJoin::SetInputs(const String& inputList, const int& /*recursion*/)
+void SonaJoin::SetInputs(const String& inputList, const int& recursion)
 {
-    // Input lists are taken as one path until folder walking and wildcards arrive.
-    inputFiles.clear();
-    if (ContainsNonWhitespace(inputList))
-        inputFiles.emplace_back(inputList);
+    inputFiles = ExpandInputList(inputList, recursion == kvo::recursive ? kvo::recursive : notRecursive);
 }
 
 void SonaJoin::SetDestination(const File& file)

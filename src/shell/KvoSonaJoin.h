@@ -31,6 +31,7 @@ public:
 private:
     std::vector<File> inputFiles;
     File destination;
+    Overwrite overwrite { 1 }; // an existing destination is always replaced
 };
 
 } // namespace kvo

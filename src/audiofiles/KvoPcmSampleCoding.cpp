@@ -1,0 +1,300 @@
+#include "audiofiles/KvoPcmSampleCoding.h"
+
+#include <climits>
+#include <cmath>
+#include <cstring>
+
+namespace kvo
+{
+namespace
+{
+
+// One decoder per stored form: each turns the bytes of one sample into a fixed-point value
+// (or the bits of a float). Unsigned arithmetic keeps the shifts of negative values defined.
+
+struct UnsignedByte
+{
+    static constexpr int size = 1;
+    static int32_t Decode(const uint8_t* b) { return static_cast<int32_t>((uint32_t(b[0]) << 24) - 0x80000000u); }
+};
+
+struct SignedByte
+{
+    static constexpr int size = 1;
+    static int32_t Decode(const uint8_t* b) { return static_cast<int32_t>(uint32_t(b[0]) << 24); }
+};
+
+struct Little16
+{
+    static constexpr int size = 2;
+    static int32_t Decode(const uint8_t* b) { return static_cast<int32_t>((uint32_t(b[1]) << 24) | (uint32_t(b[0]) << 16)); }
+};
+
+struct Big16
+{
+    static constexpr int size = 2;
+    static int32_t Decode(const uint8_t* b) { return static_cast<int32_t>((uint32_t(b[0]) << 24) | (uint32_t(b[1]) << 16)); }
+};
+
+struct Little24
+{
+    static constexpr int size = 3;
+    static int32_t Decode(const uint8_t* b)
+    {
+        return static_cast<int32_t>((uint32_t(b[2]) << 24) | (uint32_t(b[1]) << 16) | (uint32_t(b[0]) << 8));
+    }
+};
+
+struct Big24
+{
+    static constexpr int size = 3;
+    static int32_t Decode(const uint8_t* b)
+    {
+        return static_cast<int32_t>((uint32_t(b[0]) << 24) | (uint32_t(b[1]) << 16) | (uint32_t(b[2]) << 8));
+    }
+};
+
+struct Little32
+{
+    static constexpr int size = 4;
+    static int32_t Decode(const uint8_t* b)
+    {
+        return static_cast<int32_t>(uint32_t(b[0]) | (uint32_t(b[1]) << 8) | (uint32_t(b[2]) << 16)
+                                    | (uint32_t(b[3]) << 24));
+    }
+};
+
+struct Big32
+{
+    static constexpr int size = 4;
+    static int32_t Decode(const uint8_t* b)
+    {
+        return static_cast<int32_t>((uint32_t(b[0]) << 24) | (uint32_t(b[1]) << 16) | (uint32_t(b[2]) << 8)
+                                    | uint32_t(b[3]));
+    }
+};
+
+/** A little-endian double, narrowed to float without clipping; the result is the float's bits. */
+struct LittleDouble
+{
+    static constexpr int size = 8;
+    static int32_t Decode(const uint8_t* b)
+    {
+        uint64_t bits = 0;
+        for (int i = 7; i >= 0; --i)
+            bits = (bits << 8) | b[i];
+        double value;
+        std::memcpy(&value, &bits, sizeof(value));
+        const auto narrowed = static_cast<float>(value);
+        int32_t result;
+        std::memcpy(&result, &narrowed, sizeof(result));
+        return result;
+    }
+};
+
+/**
+    Decodes one channel of numFrames interleaved frames. When the channel is decoded onto
+    its own bytes with a frame narrower than the result, it runs from the last frame down so
+    that no value overwrites input still to be read.
+*/
+template <typename Format>
+void decodeChannel(int32_t* dest, const uint8_t* source, uint64_t stride, uint64_t numFrames)
+{
+    const bool inPlace = static_cast<const void*>(dest) == static_cast<const void*>(source) && stride < 4;
+    if (inPlace)
+    {
+        for (uint64_t i = numFrames; i-- > 0;)
+            dest[i] = Format::Decode(source + i * stride);
+        return;
+    }
+    for (uint64_t i = 0; i < numFrames; ++i)
+        dest[i] = Format::Decode(source + i * stride);
+}
+
+template <typename Format>
+void decodeFrames(int** dest, uint64_t destStart, unsigned int numDestChannels, const char* source,
+                  unsigned int numSourceChannels, uint64_t numFrames)
+{
+    const auto* bytes = reinterpret_cast<const uint8_t*>(source);
+    const uint64_t stride = uint64_t(numSourceChannels) * Format::size;
+    for (unsigned int channel = 0; channel < numDestChannels; ++channel)
+    {
+        if (dest[channel] == nullptr)
+            continue;
+        int32_t* channelDest = dest[channel] + destStart;
+        if (channel >= numSourceChannels)
+            std::memset(channelDest, 0, numFrames * sizeof(int32_t));
+        else
+            decodeChannel<Format>(channelDest, bytes + channel * Format::size, stride, numFrames);
+    }
+}
+
+} // namespace
+
+void ConvertLittleEndianToInt32(int bits, bool isFloat, int** dest, uint64_t destStart, unsigned int numDestChannels,
+                                const char* source, unsigned int numSourceChannels, uint64_t numFrames)
+{
+    // Widths without a decoder leave the arrays as they are.
+    switch (bits)
+    {
+        case 8: decodeFrames<UnsignedByte>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        case 16: decodeFrames<Little16>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        case 24: decodeFrames<Little24>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        case 32: decodeFrames<Little32>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        case 64:
+            if (isFloat)
+                decodeFrames<LittleDouble>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames);
+            break;
+        default: break;
+    }
+}
+
+void ConvertBigEndianToInt32(int bits, bool /*isFloat*/, int** dest, uint64_t destStart, unsigned int numDestChannels,
+                             const char* source, unsigned int numSourceChannels, uint64_t numFrames)
+{
+    switch (bits)
+    {
+        case 8: decodeFrames<SignedByte>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        case 16: decodeFrames<Big16>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        case 24: decodeFrames<Big24>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        case 32: decodeFrames<Big32>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        default: break;
+    }
+}
+
+void ConvertAiffLittleEndianToInt32(int bits, bool /*isFloat*/, int** dest, uint64_t destStart,
+                                    unsigned int numDestChannels, const char* source, unsigned int numSourceChannels,
+                                    uint64_t numFrames)
+{
+    switch (bits)
+    {
+        case 8: decodeFrames<SignedByte>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        case 16: decodeFrames<Little16>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        case 24: decodeFrames<Little24>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        case 32: decodeFrames<Little32>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+        default: break;
+    }
+}
+
+void ConvertFixedToFloat(int** channels, unsigned int numChannels, uint64_t numSamples)
+{
+    constexpr float scale = 0x1p-31f;
+    for (unsigned int channel = 0; channel < numChannels; ++channel)
+    {
+        int* samples = channels[channel];
+        if (samples == nullptr)
+            continue;
+        // The same memory holds the integer and then the float: copies keep that well-defined.
+        for (uint64_t i = 0; i < numSamples; ++i)
+        {
+            int32_t fixed;
+            std::memcpy(&fixed, samples + i, sizeof(fixed));
+            const float value = static_cast<float>(fixed) * scale;
+            std::memcpy(samples + i, &value, sizeof(value));
+        }
+    }
+}
+
+void ConvertFloatToFixed(const float* source, int* dest, uint64_t numSamples)
+{
+    for (uint64_t i = 0; i < numSamples; ++i)
+    {
+        const float x = source[i];
+        if (x <= -1.0f)
+            dest[i] = INT32_MIN;
+        else if (x >= 1.0f)
+            dest[i] = INT32_MAX;
+        else
+            dest[i] = static_cast<int>(std::lrintf(x * 2147483648.0f)); // a NaN takes what the rounding gives
+    }
+}
+
+namespace
+{
+
+template <typename Store>
+void packFrames(const int* const* channels, unsigned int numChannels, uint64_t numFrames, char* dest, int bytesPerSample,
+                Store store)
+{
+    auto* bytes = reinterpret_cast<uint8_t*>(dest);
+    const uint64_t stride = uint64_t(numChannels) * uint64_t(bytesPerSample);
+    for (unsigned int channel = 0; channel < numChannels; ++channel)
+    {
+        const int* samples = channels[channel];
+        uint8_t* out = bytes + channel * bytesPerSample;
+        for (uint64_t i = 0; i < numFrames; ++i)
+            store(out + i * stride, static_cast<uint32_t>(samples[i]));
+    }
+}
+
+} // namespace
+
+void PackWavSamples(int bitsPerSample, const int* const* channels, unsigned int numChannels, uint64_t numFrames,
+                    char* dest)
+{
+    switch (bitsPerSample)
+    {
+        case 8:
+            packFrames(channels, numChannels, numFrames, dest, 1,
+                       [](uint8_t* b, uint32_t x) { b[0] = static_cast<uint8_t>((x >> 24) + 128); });
+            break;
+        case 16:
+            packFrames(channels, numChannels, numFrames, dest, 2, [](uint8_t* b, uint32_t x) {
+                b[0] = static_cast<uint8_t>(x >> 16);
+                b[1] = static_cast<uint8_t>(x >> 24);
+            });
+            break;
+        case 24:
+            packFrames(channels, numChannels, numFrames, dest, 3, [](uint8_t* b, uint32_t x) {
+                b[0] = static_cast<uint8_t>(x >> 8);
+                b[1] = static_cast<uint8_t>(x >> 16);
+                b[2] = static_cast<uint8_t>(x >> 24);
+            });
+            break;
+        case 32:
+            packFrames(channels, numChannels, numFrames, dest, 4, [](uint8_t* b, uint32_t x) {
+                b[0] = static_cast<uint8_t>(x);
+                b[1] = static_cast<uint8_t>(x >> 8);
+                b[2] = static_cast<uint8_t>(x >> 16);
+                b[3] = static_cast<uint8_t>(x >> 24);
+            });
+            break;
+        default: break;
+    }
+}
+
+void PackAiffSamples(int bitsPerSample, const int* const* channels, unsigned int numChannels, uint64_t numFrames,
+                     char* dest)
+{
+    switch (bitsPerSample)
+    {
+        case 8:
+            packFrames(channels, numChannels, numFrames, dest, 1,
+                       [](uint8_t* b, uint32_t x) { b[0] = static_cast<uint8_t>(x >> 24); });
+            break;
+        case 16:
+            packFrames(channels, numChannels, numFrames, dest, 2, [](uint8_t* b, uint32_t x) {
+                b[0] = static_cast<uint8_t>(x >> 24);
+                b[1] = static_cast<uint8_t>(x >> 16);
+            });
+            break;
+        case 24:
+            packFrames(channels, numChannels, numFrames, dest, 3, [](uint8_t* b, uint32_t x) {
+                b[0] = static_cast<uint8_t>(x >> 24);
+                b[1] = static_cast<uint8_t>(x >> 16);
+                b[2] = static_cast<uint8_t>(x >> 8);
+            });
+            break;
+        case 32:
+            packFrames(channels, numChannels, numFrames, dest, 4, [](uint8_t* b, uint32_t x) {
+                b[0] = static_cast<uint8_t>(x >> 24);
+                b[1] = static_cast<uint8_t>(x >> 16);
+                b[2] = static_cast<uint8_t>(x >> 8);
+                b[3] = static_cast<uint8_t>(x);
+            });
+            break;
+        default: break;
+    }
+}
+
+} // namespace kvo

@@ -1,0 +1,122 @@
+#include "files/KvoFileWriter.h"
+#include <algorithm>
+
+#include "core/KvoException.h"
+#include "core/KvoMemoryBlock.h"
+#include "files/KvoFileHandle.h"
+
+namespace kvo
+{
+namespace
+{
+
+void storeLittleEndian(uint8_t* bytes, uint64_t value, int numBytes)
+{
+    for (int i = 0; i < numBytes; ++i)
+        bytes[i] = static_cast<uint8_t>(value >> (8 * i));
+}
+
+void storeBigEndian(uint8_t* bytes, uint64_t value, int numBytes)
+{
+    for (int i = 0; i < numBytes; ++i)
+        bytes[i] = static_cast<uint8_t>(value >> (8 * (numBytes - 1 - i)));
+}
+
+} // namespace
+
+FileWriter::FileWriter(const File& fileToWrite) : file(fileToWrite), handle(FileHandle::invalid)
+{
+    // A path that names a folder gets no handle, and shows as a failed first write.
+    if (!file.IsDirectory())
+    {
+        const File parent = file.GetParentDirectory();
+        if (!parent.CreateDirectoryA())
+            throw Exception(String("Couldn't create or write in folder ") + Quoted(parent.GetFullPath(), '"'),
+                            KVO_CODE_LOCATION);
+        handle = FileHandle::OpenFileForWriting(file);
+    }
+    if (handle != FileHandle::invalid)
+        position = std::max<int64_t>(FileHandle::Tell(handle), 0);
+}
+
+FileWriter::~FileWriter()
+{
+    FileHandle::Close(handle);
+}
+
+bool FileWriter::IsOpen() const noexcept
+{
+    return handle != FileHandle::invalid;
+}
+
+bool FileWriter::Write(const void* source, uint64_t numBytes)
+{
+    const int64_t count = IsOpen() ? FileHandle::WriteFully(handle, source, static_cast<int64_t>(numBytes)) : 0;
+    position += count;
+    return static_cast<uint64_t>(count) == numBytes;
+}
+
+bool FileWriter::Write(const MemoryBlock& block)
+{
+    return Write(block.data, block.size);
+}
+
+bool FileWriter::WriteByte(uint8_t value)
+{
+    return Write(&value, 1);
+}
+
+bool FileWriter::WriteRepeatedByte(uint8_t value, uint64_t count)
+{
+    for (uint64_t i = 0; i < count; ++i)
+        if (!WriteByte(value))
+            return false;
+    return true;
+}
+
+bool FileWriter::WriteInt16(int16_t value)
+{
+    uint8_t bytes[2];
+    storeLittleEndian(bytes, static_cast<uint16_t>(value), 2);
+    return Write(bytes, 2);
+}
+
+bool FileWriter::WriteInt16BigEndian(int16_t value)
+{
+    uint8_t bytes[2];
+    storeBigEndian(bytes, static_cast<uint16_t>(value), 2);
+    return Write(bytes, 2);
+}
+
+bool FileWriter::WriteInt32(int32_t value)
+{
+    uint8_t bytes[4];
+    storeLittleEndian(bytes, static_cast<uint32_t>(value), 4);
+    return Write(bytes, 4);
+}
+
+bool FileWriter::WriteInt32BigEndian(int32_t value)
+{
+    uint8_t bytes[4];
+    storeBigEndian(bytes, static_cast<uint32_t>(value), 4);
+    return Write(bytes, 4);
+}
+
+bool FileWriter::WriteInt64(int64_t value)
+{
+    uint8_t bytes[8];
+    storeLittleEndian(bytes, static_cast<uint64_t>(value), 8);
+    return Write(bytes, 8);
+}
+
+bool FileWriter::SetPosition(int64_t newPosition)
+{
+    if (newPosition == position)
+        return true;
+    const int64_t reached = FileHandle::Seek(handle, newPosition);
+    if (reached >= 0)
+        position = reached;
+    return reached == newPosition;
+}
+
+} // namespace kvo

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+
+#include "files/KvoFile.h"
+
+namespace kvo
+{
+
+class MemoryBlock;
+
+/**
+    Writes a file through the system's calls, appending to what exists. Writes never
+    throw: each returns whether all its bytes went out, and the position grows by what
+    did. Without an open file every write returns false and the position stays.
+*/
+class FileWriter
+{
+public:
+    /** Opens file for writing at its end, creating its folder first; throws when the folder cannot be made. */
+    explicit FileWriter(const File& file);
+    FileWriter(const FileWriter&) = delete;
+    FileWriter& operator=(const FileWriter&) = delete;
+    ~FileWriter();
+
+    bool Write(const MemoryBlock& block);
+    bool Write(const void* source, uint64_t numBytes);
+    bool WriteByte(uint8_t value);
+    /** count single-byte writes, stopping at the first failure. */
+    bool WriteRepeatedByte(uint8_t value, uint64_t count);
+    bool WriteInt16(int16_t value);
+    bool WriteInt16BigEndian(int16_t value);
+    bool WriteInt32(int32_t value);
+    bool WriteInt32BigEndian(int32_t value);
+    bool WriteInt64(int64_t value);
+
+    /** Moves to position from the file's start; true when it was reached. */
+    bool SetPosition(int64_t newPosition);
+    int64_t GetPosition() const noexcept { return position; }
+    bool IsOpen() const noexcept;
+
+    const File& GetFile() const noexcept { return file; }
+
+private:
+    File file;
+    int handle;
+    int64_t position = 0;
+};
+
+} // namespace kvo

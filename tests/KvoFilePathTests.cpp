@@ -1,0 +1,258 @@
+// Canonical paths and the queries and changes around them, on real temporary folders.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "KvoTestUtilities.h"
+#include "KvoStreamCapture.h"
+#include "core/KvoException.h"
+#include "files/KvoFile.h"
+
+namespace kvo::testing
+{
+namespace
+{
+
+/** Sets an environment variable for one test and puts the old value back. */
+class ScopedEnvironment
+{
+public:
+    ScopedEnvironment(const char* name, const char* value) : name(name)
+    {
+        if (const char* old = std::getenv(name))
+            previous = old, hadValue = true;
+        if (value != nullptr)
+            ::setenv(name, value, 1);
+        else
+            ::unsetenv(name);
+    }
+    ~ScopedEnvironment()
+    {
+        if (hadValue)
+            ::setenv(name, previous.c_str(), 1);
+        else
+            ::unsetenv(name);
+    }
+
+private:
+    const char* name;
+    std::string previous;
+    bool hadValue = false;
+};
+
+/** Runs the test body in folder as the working directory. */
+class ScopedWorkingDirectory
+{
+public:
+    explicit ScopedWorkingDirectory(const std::string& folder)
+    {
+        char buffer[4096];
+        previous = ::getcwd(buffer, sizeof(buffer));
+        EXPECT_EQ(::chdir(folder.c_str()), 0);
+    }
+    ~ScopedWorkingDirectory() { EXPECT_EQ(::chdir(previous.c_str()), 0); }
+
+private:
+    std::string previous;
+};
+
+std::string pathOf(const char* text)
+{
+    return File(text).GetFullPath().GetStdString();
+}
+
+void touch(const std::string& path)
+{
+    std::ofstream(path) << "x";
+}
+
+TEST(FilePath, BlankAndNoneAreTheEmptyPath)
+{
+    for (const char* text : { "", "   ", "\t", "none" })
+        EXPECT_EQ(pathOf(text), "") << '"' << text << '"';
+    EXPECT_NE(pathOf("None"), ""); // only the exact word is reserved
+    EXPECT_FALSE(File("").Exists());
+    EXPECT_FALSE(File("").IsDirectory());
+    EXPECT_FALSE(File("").IsFile());
+    EXPECT_EQ(File("").GetSize(), 0u);
+}
+
+TEST(FilePath, DotSegmentsAndSeparatorsFold)
+{
+    EXPECT_EQ(pathOf("/a//b/./c/../d/"), "/a/b/d");
+    EXPECT_EQ(pathOf("//x"), "/x");
+    EXPECT_EQ(pathOf("///x"), "/x");
+    EXPECT_EQ(pathOf("/"), "/");
+    EXPECT_EQ(pathOf("//"), "/");
+    EXPECT_EQ(pathOf("  /a/b  "), "/a/b");
+    EXPECT_EQ(pathOf("/a/b/../../c"), "/c");
+    EXPECT_EQ(pathOf("/a/.."), "/a/.."); // a trailing ".." with nothing behind it stays
+    EXPECT_EQ(pathOf("/a:b/c"), "/a:b/c"); // ":" is an ordinary byte
+}
+
+TEST(FilePath, RelativePathsHangBelowTheWorkingFolder)
+{
+    TemporaryFolder folder;
+    ::mkdir((folder / "u").c_str(), 0777);
+    ::mkdir((folder / "u/v").c_str(), 0777);
+    char real[4096];
+    ASSERT_NE(::realpath(folder.GetPath().c_str(), real), nullptr);
+    const std::string base = real;
+
+    ScopedWorkingDirectory inside(base + "/u/v");
+    EXPECT_EQ(pathOf("../x"), base + "/u/x");
+    EXPECT_EQ(pathOf("./a.wav"), base + "/u/v/a.wav");
+    EXPECT_EQ(pathOf("a.wav"), base + "/u/v/a.wav");
+    EXPECT_EQ(pathOf("../../u/./v"), base + "/u/v");
+    EXPECT_EQ(pathOf(".hidden"), base + "/u/v/.hidden");
+    EXPECT_EQ(pathOf("..x"), base + "/u/v/..x");
+    EXPECT_EQ(File::GetCurrentWorkingDirectory().GetFullPath().GetStdString(), base + "/u/v");
+}
+
+TEST(FilePath, TildeExpandsToHome)
+{
+    ScopedEnvironment home("HOME", "/home/someone/");
+    EXPECT_EQ(pathOf("~"), "/home/someone");
+    EXPECT_EQ(pathOf("~/x"), "/home/someone/x");
+    EXPECT_EQ(pathOf("~//x/"), "/home/someone/x");
+    EXPECT_EQ(pathOf("~x"), "~x"); // "~user" is not expanded
+    EXPECT_EQ(pathOf("~x/"), "~x");
+}
+
+TEST(FilePath, HomeThatPointsBackAtTildeIsPassedOver)
+{
+    // Such values would expand themselves without end.
+    ScopedEnvironment home("HOME", "~");
+    ScopedEnvironment lower("home", "~/again");
+    ScopedEnvironment drive("HOMEDRIVE", "/mnt");
+    ScopedEnvironment homePath("HOMEPATH", "/user");
+    EXPECT_EQ(pathOf("~/x"), "/mnt/user/x");
+}
+
+TEST(FilePath, NamesAndParents)
+{
+    EXPECT_EQ(File("/a/b.wav").GetFileName().GetStdString(), "b.wav");
+    EXPECT_EQ(File("/a/b.wav").GetParentDirectory().GetFullPath().GetStdString(), "/a");
+    EXPECT_EQ(File("/a").GetParentDirectory().GetFullPath().GetStdString(), "/");
+    EXPECT_EQ(File("/").GetFileName().GetStdString(), "");
+}
+
+TEST(FilePath, ExtensionsIgnoreCase)
+{
+    EXPECT_TRUE(File("/x/a.wav").HasFileExtension(".WAV aif"));
+    EXPECT_TRUE(File("/x/a.AIF").HasFileExtension(".WAV aif"));
+    EXPECT_FALSE(File("/x/a.aiff").HasFileExtension(".WAV aif"));
+    EXPECT_FALSE(File("/x.d/a").HasFileExtension("d"));
+    EXPECT_TRUE(File("/a.b/c").HasFileExtension(""));
+    EXPECT_FALSE(File("/a/c.d").HasFileExtension(""));
+}
+
+TEST(FileOperations, QueriesOnRealFiles)
+{
+    TemporaryFolder folder;
+    touch(folder / "f.wav");
+    EXPECT_TRUE(File(folder.GetPath().c_str()).IsDirectory());
+    EXPECT_TRUE(File((folder / "f.wav").c_str()).IsFile());
+    EXPECT_EQ(File((folder / "f.wav").c_str()).GetSize(), 1u);
+    EXPECT_FALSE(File((folder / "missing").c_str()).Exists());
+
+    ASSERT_EQ(::symlink((folder / "nowhere").c_str(), (folder / "dangling").c_str()), 0);
+    EXPECT_FALSE(File((folder / "dangling").c_str()).Exists());
+    EXPECT_EQ(File((folder / "dangling").c_str()).GetSize(), 0u);
+
+    const std::string longName = folder / std::string(300, 'n');
+    EXPECT_FALSE(File(longName.c_str()).Exists()); // too long for the system: a plain "no"
+}
+
+TEST(FileOperations, CreateDirectoryMakesTheWholeChain)
+{
+    TemporaryFolder folder;
+    const File nested((folder / "a/b/c").c_str());
+    EXPECT_TRUE(nested.CreateDirectoryA());
+    EXPECT_TRUE(nested.IsDirectory());
+    EXPECT_TRUE(nested.CreateDirectoryA()); // already there
+
+    const File child((folder / "x/y/z.wav").c_str());
+    EXPECT_TRUE(child.CreateParentDirectory());
+    EXPECT_TRUE(File((folder / "x/y").c_str()).IsDirectory());
+    EXPECT_FALSE(child.Exists());
+
+    touch(folder / "plain");
+    EXPECT_FALSE(File((folder / "plain/sub").c_str()).CreateDirectoryA()); // a file stands in the way
+}
+
+TEST(FileOperations, CreateDirectoryBelowAnUnreachableRootThrows)
+{
+    StreamCapture err(std::cerr);
+    EXPECT_THROW(File("~nobody/sub").CreateDirectoryA(), Exception);
+}
+
+TEST(FileOperations, DeleteRemovesFilesAndEmptyFolders)
+{
+    TemporaryFolder folder;
+    touch(folder / "f");
+    ::mkdir((folder / "d").c_str(), 0777);
+    EXPECT_TRUE(File((folder / "f").c_str()).Delete());
+    EXPECT_TRUE(File((folder / "d").c_str()).Delete());
+    EXPECT_FALSE(File((folder / "f").c_str()).Exists());
+    EXPECT_FALSE(File((folder / "d").c_str()).Exists());
+    EXPECT_TRUE(File((folder / "never").c_str()).Delete());
+}
+
+std::string overwriteMessage(const File& file, uint32_t policy)
+{
+    StreamCapture err(std::cerr);
+    try
+    {
+        file.OverwriteIfNeeded(Overwrite(policy));
+    }
+    catch (const Exception& e)
+    {
+        return e.GetMessage().GetStdString();
+    }
+    return "no exception";
+}
+
+TEST(FileOperations, OverwritePolicies)
+{
+    TemporaryFolder folder;
+    const File target((folder / "out.wav").c_str());
+    const std::string quoted = "\"" + target.GetFullPath().GetStdString() + "\"";
+
+    EXPECT_EQ(overwriteMessage(target, 0), "no exception"); // nothing there yet
+    touch(folder / "out.wav");
+    EXPECT_EQ(overwriteMessage(target, 0), "File already exists " + quoted);
+    EXPECT_TRUE(target.Exists());
+    EXPECT_EQ(overwriteMessage(target, 7), "bug : unexpected overwrite flag");
+    EXPECT_EQ(overwriteMessage(target, 1), "no exception");
+    EXPECT_FALSE(target.Exists());
+    touch(folder / "out.wav");
+    EXPECT_EQ(overwriteMessage(target, 2), "no exception");
+    EXPECT_FALSE(target.Exists());
+
+    const File asFolder(folder.GetPath().c_str());
+    EXPECT_EQ(overwriteMessage(asFolder, 0), "\"" + asFolder.GetFullPath().GetStdString() + "\" is a folder");
+    EXPECT_EQ(overwriteMessage(File(""), 0), "no exception");
+}
+
+TEST(FileOperations, OverwriteThatCannotDeleteSaysSo)
+{
+    if (::geteuid() == 0)
+        GTEST_SKIP() << "root may delete in a read-only folder";
+    TemporaryFolder folder;
+    ::mkdir((folder / "ro").c_str(), 0777);
+    touch(folder / "ro/out.wav");
+    ::chmod((folder / "ro").c_str(), 0555);
+    const File target((folder / "ro/out.wav").c_str());
+    EXPECT_EQ(overwriteMessage(target, 2),
+              "Error overwriting file \"" + target.GetFullPath().GetStdString() + "\" (probably a permission issue?)");
+    ::chmod((folder / "ro").c_str(), 0777);
+}
+
+} // namespace
+} // namespace kvo::testing
