@@ -146,6 +146,32 @@ TEST(PcmScaling, FloatToFixedClipsAndRoundsToEven)
     EXPECT_EQ(dest[8], 2); // 2.5 -> 2
 }
 
+TEST(PcmScaling, FloatToFixedEqualsClippedLrintfEverywhere)
+{
+    // Every 4093rd float bit pattern, both signs, against the plain formula.
+    std::vector<float> source;
+    for (uint64_t bits = 0; bits <= 0xFFFFFFFFu; bits += 4093)
+    {
+        const auto pattern = static_cast<uint32_t>(bits);
+        float value;
+        std::memcpy(&value, &pattern, sizeof(value));
+        if (!std::isnan(value))
+            source.push_back(value);
+    }
+    std::vector<int> dest(source.size());
+    ConvertFloatToFixed(source.data(), dest.data(), source.size());
+    for (size_t i = 0; i < source.size(); ++i)
+    {
+        const float x = source[i];
+        const int expected = x <= -1.0f ? INT32_MIN : x >= 1.0f ? INT32_MAX : static_cast<int>(std::lrintf(x * 2147483648.0f));
+        ASSERT_EQ(dest[i], expected) << x;
+    }
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    int fromNan = 0;
+    ConvertFloatToFixed(&nan, &fromNan, 1);
+    EXPECT_EQ(fromNan, INT32_MIN);
+}
+
 std::string pack(void (*packer)(int, const int* const*, unsigned, uint64_t, char*), int bits,
                  const std::vector<std::vector<int>>& channels)
 {

@@ -27,7 +27,12 @@ struct SignedByte
 struct Little16
 {
     static constexpr int size = 2;
-    static int32_t Decode(const uint8_t* b) { return static_cast<int32_t>((uint32_t(b[1]) << 24) | (uint32_t(b[0]) << 16)); }
+    static int32_t Decode(const uint8_t* b)
+    {
+        uint16_t v;
+        std::memcpy(&v, b, sizeof(v)); // the host is little-endian, as the file
+        return static_cast<int32_t>(uint32_t(v) << 16);
+    }
 };
 
 struct Big16
@@ -197,34 +202,54 @@ void ConvertFixedToFloat(int** channels, unsigned int numChannels, uint64_t numS
 
 void ConvertFloatToFixed(const float* source, int* dest, uint64_t numSamples)
 {
+    // lrintf(x * 2^31) with clipping, written without calls or branches so that the loop
+    // vectorises. Below 2^23 in magnitude, adding and removing 2^23 rounds to the nearest
+    // integer, ties to even, exactly as lrintf does in the default rounding mode; from
+    // 2^23 on every float is an integer already. A NaN gives INT32_MIN, as lrintf does here.
+    constexpr float fullScale = 2147483648.0f;
+    constexpr float integerThreshold = 8388608.0f;
     for (uint64_t i = 0; i < numSamples; ++i)
     {
         const float x = source[i];
-        if (x <= -1.0f)
-            dest[i] = INT32_MIN;
-        else if (x >= 1.0f)
-            dest[i] = INT32_MAX;
-        else
-            dest[i] = static_cast<int>(std::lrintf(x * 2147483648.0f)); // a NaN takes what the rounding gives
+        const float scaled = x * fullScale;
+        const float bias = std::copysign(integerThreshold, scaled);
+        float rounded = std::fabs(scaled) < integerThreshold ? (scaled + bias) - bias : scaled;
+        rounded = (x <= -1.0f) | (rounded != rounded) ? -fullScale : rounded;
+        rounded = x >= 1.0f ? 0.0f : rounded; // keeps the conversion below in range
+        const auto fixed = static_cast<int32_t>(rounded);
+        dest[i] = x >= 1.0f ? INT32_MAX : fixed;
     }
 }
 
 namespace
 {
 
-template <typename Store>
-void packFrames(const int* const* channels, unsigned int numChannels, uint64_t numFrames, char* dest, int bytesPerSample,
-                Store store)
+/** Frame by frame, channels in order: the output is written front to back. */
+template <int bytesPerSample, typename Store>
+void packFrames(const int* const* channels, unsigned int numChannels, uint64_t numFrames, char* dest, Store store)
 {
-    auto* bytes = reinterpret_cast<uint8_t*>(dest);
-    const uint64_t stride = uint64_t(numChannels) * uint64_t(bytesPerSample);
-    for (unsigned int channel = 0; channel < numChannels; ++channel)
+    auto* out = reinterpret_cast<uint8_t*>(dest);
+    if (numChannels == 1)
     {
-        const int* samples = channels[channel];
-        uint8_t* out = bytes + channel * bytesPerSample;
+        const int* samples = channels[0];
         for (uint64_t i = 0; i < numFrames; ++i)
-            store(out + i * stride, static_cast<uint32_t>(samples[i]));
+            store(out + i * bytesPerSample, static_cast<uint32_t>(samples[i]));
+        return;
     }
+    if (numChannels == 2)
+    {
+        const int* left = channels[0];
+        const int* right = channels[1];
+        for (uint64_t i = 0; i < numFrames; ++i)
+        {
+            store(out + i * 2 * bytesPerSample, static_cast<uint32_t>(left[i]));
+            store(out + (i * 2 + 1) * bytesPerSample, static_cast<uint32_t>(right[i]));
+        }
+        return;
+    }
+    for (uint64_t i = 0; i < numFrames; ++i)
+        for (unsigned int channel = 0; channel < numChannels; ++channel)
+            store(out + (i * numChannels + channel) * bytesPerSample, static_cast<uint32_t>(channels[channel][i]));
 }
 
 } // namespace
@@ -235,24 +260,24 @@ void PackWavSamples(int bitsPerSample, const int* const* channels, unsigned int 
     switch (bitsPerSample)
     {
         case 8:
-            packFrames(channels, numChannels, numFrames, dest, 1,
+            packFrames<1>(channels, numChannels, numFrames, dest,
                        [](uint8_t* b, uint32_t x) { b[0] = static_cast<uint8_t>((x >> 24) + 128); });
             break;
         case 16:
-            packFrames(channels, numChannels, numFrames, dest, 2, [](uint8_t* b, uint32_t x) {
+            packFrames<2>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
                 b[0] = static_cast<uint8_t>(x >> 16);
                 b[1] = static_cast<uint8_t>(x >> 24);
             });
             break;
         case 24:
-            packFrames(channels, numChannels, numFrames, dest, 3, [](uint8_t* b, uint32_t x) {
+            packFrames<3>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
                 b[0] = static_cast<uint8_t>(x >> 8);
                 b[1] = static_cast<uint8_t>(x >> 16);
                 b[2] = static_cast<uint8_t>(x >> 24);
             });
             break;
         case 32:
-            packFrames(channels, numChannels, numFrames, dest, 4, [](uint8_t* b, uint32_t x) {
+            packFrames<4>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
                 b[0] = static_cast<uint8_t>(x);
                 b[1] = static_cast<uint8_t>(x >> 8);
                 b[2] = static_cast<uint8_t>(x >> 16);
@@ -269,24 +294,24 @@ void PackAiffSamples(int bitsPerSample, const int* const* channels, unsigned int
     switch (bitsPerSample)
     {
         case 8:
-            packFrames(channels, numChannels, numFrames, dest, 1,
+            packFrames<1>(channels, numChannels, numFrames, dest,
                        [](uint8_t* b, uint32_t x) { b[0] = static_cast<uint8_t>(x >> 24); });
             break;
         case 16:
-            packFrames(channels, numChannels, numFrames, dest, 2, [](uint8_t* b, uint32_t x) {
+            packFrames<2>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
                 b[0] = static_cast<uint8_t>(x >> 24);
                 b[1] = static_cast<uint8_t>(x >> 16);
             });
             break;
         case 24:
-            packFrames(channels, numChannels, numFrames, dest, 3, [](uint8_t* b, uint32_t x) {
+            packFrames<3>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
                 b[0] = static_cast<uint8_t>(x >> 24);
                 b[1] = static_cast<uint8_t>(x >> 16);
                 b[2] = static_cast<uint8_t>(x >> 8);
             });
             break;
         case 32:
-            packFrames(channels, numChannels, numFrames, dest, 4, [](uint8_t* b, uint32_t x) {
+            packFrames<4>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
                 b[0] = static_cast<uint8_t>(x >> 24);
                 b[1] = static_cast<uint8_t>(x >> 16);
                 b[2] = static_cast<uint8_t>(x >> 8);

@@ -68,7 +68,6 @@ private:
     int64_t getFramePosition(uint64_t frame) const;
     void decodeFrames(int** channels, uint64_t numFrames);
 
-    File file;
     int32_t bytesPerFrame = 0;
     int64_t dataStart = 0;
     int64_t dataSize = 0;
