@@ -20,4 +20,13 @@ bool IsAiffFile(const File& file);
 bool IsWavFile(const File& file);
 bool IsMp3File(const File& file);
 
+/**
+    Copies count floats from source to destination times gain. Gains of 1, 0 and -1 are
+    exact: a bit copy, zeros whatever the source holds, and a flip of each sign bit.
+*/
+void CopyWithGain(float* destination, const float* source, float gain, uint64_t count) noexcept;
+
+/** Sets count floats to zero. */
+void ClearSamples(float* destination, uint64_t count) noexcept;
+
 } // namespace kvo

@@ -12,74 +12,95 @@ namespace kvo
 namespace
 {
 
-/** The most one read or write call is asked for; the kernel moves at most about 2 GiB anyway. */
-constexpr int64_t largestSystemCall = int64_t(1) << 30;
+int64_t systemRead(int handle, void* dest, uint64_t numBytes)
+{
+    return ::read(handle, dest, numBytes);
+}
+
+int64_t systemWrite(int handle, const void* source, uint64_t numBytes)
+{
+    return ::write(handle, source, numBytes);
+}
+
+int64_t systemSeek(int handle, int64_t offset, int whence)
+{
+    return ::lseek(handle, offset, whence);
+}
+
+/**
+    Repeats call until numBytes moved, in pieces the system accepts. The system may move
+    fewer bytes than asked, or be interrupted by a signal, without anything being wrong;
+    only a failure or the end of the file (a count of 0) stops the loop early.
+*/
+template <typename Byte, typename Call>
+int64_t transferFully(int handle, Byte* bytes, int64_t numBytes, Call call)
+{
+    int64_t done = 0;
+    while (handle != FileHandle::invalid && done < numBytes)
+    {
+        const int64_t piece = std::min(numBytes - done, details::largestFileSystemCall);
+        const int64_t count = call(handle, bytes + done, static_cast<uint64_t>(piece));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            break;
+        done += count;
+    }
+    return done;
+}
 
 } // namespace
+
+namespace details
+{
+
+FileSystemCalls GetSystemFileCalls() noexcept
+{
+    return { systemRead, systemWrite, systemSeek };
+}
+
+FileSystemCalls fileSystemCalls = GetSystemFileCalls();
+
+} // namespace details
 
 int FileHandle::OpenFileForReading(const File& file)
 {
     const int handle = ::open(file.GetFullPath().GetCharPointer(), O_RDONLY | O_CLOEXEC);
-    if (handle >= 0)
-        ::posix_fadvise(handle, 0, 0, POSIX_FADV_SEQUENTIAL);
-    return handle >= 0 ? handle : invalid;
+    if (handle < 0)
+        return invalid;
+    ::posix_fadvise(handle, 0, 0, POSIX_FADV_SEQUENTIAL);
+    return handle;
 }
 
 int FileHandle::OpenFileForWriting(const File& file)
 {
+    // No O_TRUNC: what exists stays, and writing goes on behind it. Whoever wants an
+    // empty file deletes the old one first.
     const int handle = ::open(file.GetFullPath().GetCharPointer(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
     if (handle < 0)
         return invalid;
-    if (::lseek(handle, 0, SEEK_END) < 0)
-    {
-        ::close(handle);
-        return invalid;
-    }
+    details::fileSystemCalls.seek(handle, 0, SEEK_END);
     return handle;
 }
 
 int64_t FileHandle::Seek(int handle, int64_t position)
 {
-    return handle == invalid ? -1 : static_cast<int64_t>(::lseek(handle, position, SEEK_SET));
+    return handle == invalid ? -1 : details::fileSystemCalls.seek(handle, position, SEEK_SET);
 }
 
 int64_t FileHandle::Tell(int handle)
 {
-    return handle == invalid ? -1 : static_cast<int64_t>(::lseek(handle, 0, SEEK_CUR));
+    return handle == invalid ? -1 : details::fileSystemCalls.seek(handle, 0, SEEK_CUR);
 }
 
-int64_t FileHandle::ReadFullyAt(int handle, void* dest, int64_t numBytes, int64_t position)
+int64_t FileHandle::ReadFully(int handle, void* dest, int64_t numBytes)
 {
-    auto* bytes = static_cast<char*>(dest);
-    int64_t done = 0;
-    while (handle != invalid && done < numBytes)
-    {
-        const ssize_t count = ::pread(handle, bytes + done, static_cast<size_t>(std::min(numBytes - done, largestSystemCall)),
-                                      static_cast<off_t>(position + done));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            break;
-        done += count;
-    }
-    return done;
+    return transferFully(handle, static_cast<uint8_t*>(dest), numBytes, details::fileSystemCalls.read);
 }
 
 int64_t FileHandle::WriteFully(int handle, const void* source, int64_t numBytes)
 {
-    const auto* bytes = static_cast<const char*>(source);
-    int64_t done = 0;
-    while (handle != invalid && done < numBytes)
-    {
-        const ssize_t count =
-            ::write(handle, bytes + done, static_cast<size_t>(std::min(numBytes - done, largestSystemCall)));
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            break;
-        done += count;
-    }
-    return done;
+    return transferFully(handle, static_cast<const uint8_t*>(source), numBytes, details::fileSystemCalls.write);
 }
 
 void FileHandle::Close(int handle)

@@ -1,7 +1,6 @@
 #include "files/KvoFileReader.h"
 
 #include <algorithm>
-#include <fcntl.h>
 
 #include "core/KvoException.h"
 #include "files/KvoFileHandle.h"
@@ -22,10 +21,12 @@ FileReader::FileReader(const File& fileToRead) : file(fileToRead), handle(FileHa
 FileReader::FileReader(const FileReader& other)
     : InputStream(other),
       file(other.file),
-      handle(other.handle == FileHandle::invalid ? FileHandle::invalid : ::fcntl(other.handle, F_DUPFD_CLOEXEC, 0)),
       totalLength(other.totalLength),
-      position(other.position)
+      position(other.position),
+      handle(FileHandle::OpenFileForReading(file))
 {
+    if (handle == FileHandle::invalid)
+        throw exceptions::UnsupportedFile(file, KVO_CODE_LOCATION);
 }
 
 FileReader::~FileReader()
@@ -35,7 +36,12 @@ FileReader::~FileReader()
 
 bool FileReader::SetPosition(int64_t newPosition)
 {
-    position = std::clamp<int64_t>(newPosition, 0, totalLength);
+    const int64_t clamped = std::clamp<int64_t>(newPosition, 0, totalLength);
+    if (clamped != position)
+    {
+        position = clamped;
+        needsSeek = true;
+    }
     return true;
 }
 
@@ -43,7 +49,14 @@ int64_t FileReader::Read(void* dest, int64_t numBytes)
 {
     if (numBytes < 1)
         return 0;
-    const int64_t count = FileHandle::ReadFullyAt(handle, dest, numBytes, position);
+    if (needsSeek)
+    {
+        // A failed seek stays pending, so the next Read tries again.
+        if (FileHandle::Seek(handle, position) < 0)
+            return 0;
+        needsSeek = false;
+    }
+    const int64_t count = FileHandle::ReadFully(handle, dest, numBytes);
     position += count;
     return count;
 }

@@ -8,16 +8,20 @@ namespace kvo
 
 /**
     Reads a file through the system's calls, with no buffer of its own. The position is
-    logical: SetPosition only records it, and each Read asks the system for the bytes at
-    that position (so no seek call is ever needed, and copies of a reader cannot disturb
-    each other). The length is taken once, when the file is opened.
+    logical: SetPosition only records it, and the seek waits for the next Read, so a run of
+    SetPosition calls costs nothing. The length is taken once, when the file is opened: a
+    file that grows later counts as exhausted at its old length, though Read still delivers
+    what is there.
 */
 class FileReader : public InputStream
 {
 public:
     /** Opens file; throws NoSuchFile when it is missing or a folder, UnsupportedFile when it cannot be opened. */
     explicit FileReader(const File& file);
-    /** Another reader of the same file at the same position, with a descriptor of its own. */
+    /**
+        Another reader of the same file at the same position. It opens the file anew, so
+        that the two never share the system's position; throws UnsupportedFile when that fails.
+    */
     FileReader(const FileReader& other);
     FileReader& operator=(const FileReader&) = delete;
     ~FileReader() override;
@@ -27,16 +31,21 @@ public:
     int64_t GetPosition() override { return position; }
     /** Clamps to 0..length and records the position; no system call. Always true. */
     bool SetPosition(int64_t newPosition) override;
-    /** Reads up to numBytes at the position; a short count at the end or on failure, 0 for numBytes below 1. */
+    /**
+        Reads up to numBytes at the position and moves on by the count read. The count is
+        short at the end of the file or when the system fails, and 0 for numBytes below 1.
+    */
     int64_t Read(void* dest, int64_t numBytes) override;
 
     const File& GetFile() const noexcept { return file; }
 
 private:
     File file;
-    int handle;
     int64_t totalLength = 0;
     int64_t position = 0;
+    int handle;
+    /** The system's position may differ from position. */
+    bool needsSeek = true;
 };
 
 } // namespace kvo

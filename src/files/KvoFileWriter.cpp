@@ -1,4 +1,5 @@
 #include "files/KvoFileWriter.h"
+
 #include <algorithm>
 
 #include "core/KvoException.h"
@@ -113,9 +114,11 @@ bool FileWriter::SetPosition(int64_t newPosition)
 {
     if (newPosition == position)
         return true;
+    // A failed seek reports -1, which must not pass for having reached position -1.
     const int64_t reached = FileHandle::Seek(handle, newPosition);
-    if (reached >= 0)
-        position = reached;
+    if (reached < 0)
+        return false;
+    position = reached;
     return reached == newPosition;
 }
 

@@ -34,7 +34,10 @@ public:
     bool WriteInt32BigEndian(int32_t value);
     bool WriteInt64(int64_t value);
 
-    /** Moves to position from the file's start; true when it was reached. */
+    /**
+        Moves to newPosition from the file's start, for rewriting what was written before;
+        true when it was reached. Staying where it is costs no system call.
+    */
     bool SetPosition(int64_t newPosition);
     int64_t GetPosition() const noexcept { return position; }
     bool IsOpen() const noexcept;
@@ -43,8 +46,9 @@ public:
 
 private:
     File file;
-    int handle;
+    /** Bytes from the start of the file: where the next write lands. */
     int64_t position = 0;
+    int handle;
 };
 
 } // namespace kvo

@@ -6,6 +6,7 @@
 #include "core/KvoReportLine.h"
 #include "shell/KvoCommandLineParser.h"
 #include "shell/KvoConsoleText.h"
+#include "shell/KvoLibraryStartup.h"
 #include "shell/KvoSonaJoin.h"
 
 namespace
@@ -35,6 +36,8 @@ int main(int argc, char* argv[])
 {
     using kvo::CommandLineParser;
 
+    // First built, last gone: the library is started before the banner and stays so.
+    const kvo::LibraryStartup libraryStartup;
     kvo::ConsoleTarget = 1;
     kvo::SonaJoin sonaJoin;
     CommandLineParser parser(argc, argv);

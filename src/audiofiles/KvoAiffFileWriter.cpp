@@ -1,0 +1,177 @@
+#include "audiofiles/KvoAiffFileWriter.h"
+
+#include <cstring>
+
+#include "audiofiles/KvoPcmSampleCoding.h"
+#include "files/KvoFileWriter.h"
+
+namespace kvo
+{
+
+namespace
+{
+
+void putUint32(uint8_t* dest, uint32_t value) noexcept
+{
+    dest[0] = uint8_t(value >> 24);
+    dest[1] = uint8_t(value >> 16);
+    dest[2] = uint8_t(value >> 8);
+    dest[3] = uint8_t(value);
+}
+
+void putUint16(uint8_t* dest, uint16_t value) noexcept
+{
+    dest[0] = uint8_t(value >> 8);
+    dest[1] = uint8_t(value);
+}
+
+void putText(uint8_t* dest, const char (&text)[5]) noexcept
+{
+    std::memcpy(dest, text, 4);
+}
+
+} // namespace
+
+void EncodeAiffSampleRate(double rate, uint8_t bytes[10]) noexcept
+{
+    std::memset(bytes, 0, 10);
+
+    // Also catches NaN, which has no integer part to encode.
+    if (!(rate > 1.0))
+    {
+        bytes[0] = 0x3F;
+        bytes[1] = 0xFF;
+        bytes[2] = 0x80;
+        return;
+    }
+
+    bytes[0] = 0x40;
+    if (rate >= 1073741824.0)
+    {
+        bytes[1] = 29;
+        return;
+    }
+
+    // Normalise the integer part so that its highest set bit becomes the mantissa's
+    // explicit integer bit; k counts the bits passed over from bit 30 down. The rate is
+    // above 1 here, so some bit is set and k stays at most 30.
+    const uint32_t n = uint32_t(int32_t(rate));
+    int k = 0;
+    while ((n & (uint32_t(1) << (30 - k))) == 0)
+        ++k;
+    const uint32_t mantissaTop = n << (k + 1);
+
+    bytes[1] = uint8_t(29 - k);
+    putUint32(bytes + 2, mantissaTop);
+}
+
+ScopedPointer<AiffFileWriter> AiffFileWriter::CreateWriterFor(const File& file, double sampleRate,
+                                                              unsigned int numChannels, int bitsDepth,
+                                                              const Overwrite& overwrite)
+{
+    if (!prepareDestination(file, sampleRate, bitsDepth, overwrite))
+        return nullptr;
+    return ScopedPointer<AiffFileWriter>(new AiffFileWriter(file, sampleRate, numChannels, bitsDepth));
+}
+
+AiffFileWriter::AiffFileWriter(const File& file, double sampleRate, unsigned int numChannels, int bitsDepth)
+    : AudioFileWriter(file, sampleRate, numChannels, bitsDepth)
+{
+    if (fileWriter == nullptr)
+        return;
+
+    metadata.formatName = "AIFF File";
+    // AIFF holds integers only: 32-bit output is clipped and scaled like any other width.
+    metadata.isFloat = false;
+    writeHeader();
+}
+
+AiffFileWriter::~AiffFileWriter()
+{
+    if (fileWriter == nullptr)
+        return;
+
+    // After a failed write the position stands behind the header, so this pad byte lands
+    // on the first sample byte; the header written next is right either way.
+    if ((bytesWritten & 1) != 0)
+        fileWriter->WriteByte(0);
+    writeHeader();
+}
+
+void AiffFileWriter::writeHeader()
+{
+    if (fileWriter == nullptr)
+        return;
+
+    // The sizes are 32-bit fields; the cap on the data keeps them from wrapping.
+    const uint32_t bytesPerFrame = (metadata.bitsPerSample * metadata.numChannels) >> 3;
+    const uint32_t dataBytes = bytesPerFrame * uint32_t(metadata.numSamples);
+    const uint32_t paddedBytes = dataBytes + (dataBytes & 1);
+
+    uint8_t header[headerSize] = {};
+    putText(header, "FORM");
+    putUint32(header + 4, paddedBytes + 46);
+    putText(header + 8, "AIFF");
+    putText(header + 12, "COMM");
+    putUint32(header + 16, 18);
+    putUint16(header + 20, uint16_t(metadata.numChannels));
+    putUint32(header + 22, uint32_t(metadata.numSamples));
+    putUint16(header + 26, uint16_t(metadata.bitsPerSample));
+    EncodeAiffSampleRate(metadata.sampleRate, header + 28);
+    putText(header + 38, "SSND");
+    putUint32(header + 42, paddedBytes + 8);
+    // Offset and block size stay 0: the samples follow at once.
+
+    fileWriter->SetPosition(headerPosition);
+    fileWriter->Write(header, headerSize);
+}
+
+bool AiffFileWriter::fitsUnderCap(uint64_t numSamples, uint64_t& bytes) const noexcept
+{
+    // Worked out before anything is packed, so that a call that passes the cap costs no
+    // memory, and without overflow for any count.
+    const uint64_t bitsPerFrame = uint64_t(metadata.bitsPerSample) * metadata.numChannels;
+    if (bytesWritten >= maxDataBytes)
+        return false;
+    if (bitsPerFrame != 0 && numSamples > (maxDataBytes * 8) / bitsPerFrame)
+        return false;
+
+    bytes = (bitsPerFrame * numSamples) >> 3;
+    return bytes < maxDataBytes - bytesWritten;
+}
+
+bool AiffFileWriter::writeRawSamples(int** channels, uint64_t numSamples)
+{
+    if (writeFailed)
+        return false;
+
+    uint64_t bytes = 0;
+    if (fitsUnderCap(numSamples, bytes))
+    {
+        if (uint64_t(packBuffer.size) < bytes)
+            packBuffer.SetSize(int64_t(bytes), false);
+        if (uint64_t(packBuffer.size) < bytes) // the allocation failed
+            return failWrite();
+
+        PackAiffSamples(int(metadata.bitsPerSample), channels, metadata.numChannels, numSamples,
+                        reinterpret_cast<char*>(packBuffer.data));
+        if (fileWriter->Write(packBuffer.data, bytes))
+        {
+            bytesWritten += bytes;
+            metadata.numSamples += numSamples;
+            return true;
+        }
+    }
+
+    return failWrite();
+}
+
+bool AiffFileWriter::failWrite()
+{
+    // The whole call is dropped; the header is made right for what is stored so far.
+    writeHeader();
+    writeFailed = true;
+    return false;
+}
+
+} // namespace kvo

@@ -1,0 +1,164 @@
+#include "audiofiles/KvoAudioFileWriter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
+#include "audiofiles/KvoAiffFileWriter.h"
+#include "audiofiles/KvoAudioFilesUtilities.h"
+#include "audiofiles/KvoPcmSampleCoding.h"
+#include "audiofiles/KvoWavFileWriter.h"
+#include "core/KvoException.h"
+#include "files/KvoFileWriter.h"
+
+namespace kvo
+{
+namespace
+{
+
+/** Frames converted to fixed point per call of writeRawSamples. */
+constexpr uint64_t blockLength = 8192;
+
+// The rates a writer accepts, in the order they are searched. 4410 and 8820 belong to the
+// list and 8000, 16000 and 24000 do not, although any of them reads without complaint.
+constexpr double writableSampleRates[] = { 44100, 48000, 96000, 4410, 8820, 11025, 22050,
+                                           32000, 88200, 176400, 192000, 352800, 384000, 768000 };
+
+String quotedPath(const File& file)
+{
+    return Quoted(file.GetFullPath());
+}
+
+} // namespace
+
+ScopedPointer<AudioFileWriter> AudioFileWriter::CreateWriterFor(const File& file, double sampleRate,
+                                                                unsigned int numChannels, int bitsDepth,
+                                                                const Overwrite& overwrite)
+{
+    // The destination's extension alone decides the format.
+    if (file.GetFullPath().IsEmpty())
+        return nullptr;
+    if (HasAiffExtension(file))
+        return AiffFileWriter::CreateWriterFor(file, sampleRate, numChannels, bitsDepth, overwrite);
+    if (HasWavExtension(file))
+        return WavFileWriter::CreateWriterFor(file, sampleRate, numChannels, bitsDepth, overwrite);
+    if (HasMp3Extension(file))
+        throw Exception(String("MP3 encoding is not supported. Cannot write file ") + quotedPath(file),
+                        KVO_CODE_LOCATION);
+    throw Exception(String("Cannot determine file type ") + quotedPath(file), KVO_CODE_LOCATION);
+}
+
+void AudioFileWriter::checkDepthAndRate(double sampleRate, int bitsDepth)
+{
+    // 8, 16, 24 and 32 are the only depths whose distance from 8 lies within the bits 0x18.
+    if (((bitsDepth - 8) & ~0x18) != 0)
+        throw Exception(String("Invalid bits depth : ") + FromInteger(static_cast<int32_t>(bitsDepth)),
+                        KVO_CODE_LOCATION);
+
+    // The rate counts by its integer part, so 44100.7 passes. NaN and infinities match nothing.
+    const double wholeRate = std::trunc(sampleRate);
+    if (std::find(std::begin(writableSampleRates), std::end(writableSampleRates), wholeRate)
+        == std::end(writableSampleRates))
+        throw Exception(String("Invalid samplerate : ") + FromDouble(sampleRate), KVO_CODE_LOCATION);
+}
+
+bool AudioFileWriter::prepareDestination(const File& file, double sampleRate, int bitsDepth,
+                                         const Overwrite& overwrite)
+{
+    // Refusals come before the file is touched, so a refused rate leaves an existing file alone.
+    checkDepthAndRate(sampleRate, bitsDepth);
+    file.OverwriteIfNeeded(overwrite);
+    return file.CreateParentDirectory();
+}
+
+AudioFileWriter::AudioFileWriter(const File& file, double sampleRate, unsigned int numChannels, int bitsDepth)
+    : file(file), fileWriter(new FileWriter(file))
+{
+    headerPosition = fileWriter->GetPosition();
+    metadata.sampleRate = sampleRate;
+    metadata.bitsPerSample = static_cast<uint32_t>(bitsDepth);
+    metadata.numChannels = numChannels;
+}
+
+AudioFileWriter::~AudioFileWriter() = default;
+
+void AudioFileWriter::setAdmChunks(const String& /*axml*/, const ChnaData& /*chna*/)
+{
+}
+
+void AudioFileWriter::setForceRf64(bool /*shouldForceRf64*/)
+{
+}
+
+template <typename SampleType>
+bool AudioFileWriter::writeSamples(const AudioBufferBase<SampleType>& buffer, uint64_t startSample,
+                                   uint64_t numSamples, bool throwOnFailure)
+{
+    if (numSamples == 0)
+        return true;
+
+    const bool written = fitsBuffer(buffer, startSample, numSamples)
+                         && (metadata.isFloat ? writeFloatSamples(buffer, startSample, numSamples)
+                                              : writeFixedPointSamples(buffer, startSample, numSamples));
+    if (!written && throwOnFailure)
+        throw exceptions::ErrorWritingFile(file, KVO_CODE_LOCATION);
+    return written;
+}
+
+template bool AudioFileWriter::writeSamples<float>(const AudioBufferBase<float>&, uint64_t, uint64_t, bool);
+
+bool AudioFileWriter::fitsBuffer(const AudioBufferBase<float>& buffer, uint64_t startSample,
+                                 uint64_t numSamples) const noexcept
+{
+    const uint64_t length = buffer.GetNumSamples();
+    return buffer.GetNumChannels() >= metadata.numChannels && startSample <= length
+           && numSamples <= length - startSample;
+}
+
+bool AudioFileWriter::writeBlock(uint64_t numFrames)
+{
+    // Once a block has failed nothing more is stored; the writer keeps what it had.
+    if (writeFailed)
+        return false;
+    if (!writeRawSamples(channelPointers.GetData(), numFrames))
+        writeFailed = true;
+    return !writeFailed;
+}
+
+bool AudioFileWriter::writeFloatSamples(const AudioBufferBase<float>& buffer, uint64_t startSample,
+                                        uint64_t numSamples)
+{
+    // Float output takes the samples as they are, unclipped, straight from the buffer.
+    const uint32_t numChannels = metadata.numChannels;
+    channelPointers.Resize(static_cast<uint64_t>(numChannels) + 1);
+    for (uint32_t channel = 0; channel < numChannels; ++channel)
+        channelPointers[channel] = const_cast<int*>(reinterpret_cast<const int*>(buffer.GetReadPointer(channel) + startSample));
+    channelPointers[numChannels] = nullptr;
+    return writeBlock(numSamples);
+}
+
+bool AudioFileWriter::writeFixedPointSamples(const AudioBufferBase<float>& buffer, uint64_t startSample,
+                                             uint64_t numSamples)
+{
+    // The scratch keeps its storage between calls, so blocks allocate nothing.
+    const uint32_t numChannels = metadata.numChannels;
+    intScratch.Resize(static_cast<uint64_t>(numChannels) * blockLength);
+    channelPointers.Resize(static_cast<uint64_t>(numChannels) + 1);
+    for (uint32_t channel = 0; channel < numChannels; ++channel)
+        channelPointers[channel] = intScratch.GetData() + channel * blockLength;
+    channelPointers[numChannels] = nullptr;
+
+    // A failed block does not end the loop: the latch makes the remaining ones fail at once.
+    bool allWritten = true;
+    for (uint64_t done = 0; done < numSamples;)
+    {
+        const uint64_t count = std::min(blockLength, numSamples - done);
+        for (uint32_t channel = 0; channel < numChannels; ++channel)
+            ConvertFloatToFixed(buffer.GetReadPointer(channel) + startSample + done, channelPointers[channel], count);
+        allWritten = writeBlock(count) && allWritten;
+        done += count;
+    }
+    return allWritten;
+}
+
+} // namespace kvo

@@ -1,0 +1,25 @@
+#include "geometry/KvoVbapTriplets.h"
+
+#include "core/KvoException.h"
+
+namespace kvo
+{
+
+const NamedValueTable<VbapTriplets::TriangulationMode>& VbapTriplets::GetTriangulationModeNames()
+{
+    static const NamedValueTable<TriangulationMode> table = BuildNameTable<TriangulationMode>({
+        {legacy, {"legacy"}},
+        {delaunay, {"delaunay", "spherical delaunay"}},
+    });
+    return table;
+}
+
+VbapTriplets::TriangulationMode VbapTriplets::GetTriangulationMode(const String& name)
+{
+    TriangulationMode mode = legacy;
+    if (!GetTriangulationModeNames().Lookup(name, mode))
+        throw Exception(String("invalid triangulation mode : ") + Quoted(name), KVO_CODE_LOCATION);
+    return mode;
+}
+
+} // namespace kvo

@@ -1,0 +1,83 @@
+// Library start-up: the recorded process values, the OSC constants it builds and
+// empties again, and its place at the head of every run.
+
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <variant>
+
+#include "KvoTestUtilities.h"
+#include "osc/KvoOscAddressConstants.h"
+#include "shell/KvoLibraryStartup.h"
+
+namespace kvo
+{
+namespace
+{
+
+int64_t cpuMicroseconds(const timeval& time)
+{
+    return static_cast<int64_t>(time.tv_sec) * 1000000 + time.tv_usec;
+}
+
+TEST(LibraryStartup, RecordsTheProcessValues)
+{
+    timespec before {};
+    clock_gettime(CLOCK_REALTIME, &before);
+    const LibraryStartup startup;
+    rusage after {};
+    getrusage(RUSAGE_SELF, &after);
+
+    const StartupValues& values = LibraryStartup::GetStartupValues();
+    EXPECT_EQ(values.numProcessors, sysconf(_SC_NPROCESSORS_ONLN));
+    EXPECT_EQ(values.processId, getpid());
+    EXPECT_GE(values.systemTimeNanoseconds, static_cast<int64_t>(before.tv_sec) * 1000000000 + before.tv_nsec);
+    // Process times only grow: what was recorded cannot exceed what is read afterwards.
+    EXPECT_LE(values.userTimeMicroseconds, cpuMicroseconds(after.ru_utime));
+    EXPECT_LE(values.kernelTimeMicroseconds, cpuMicroseconds(after.ru_stime));
+}
+
+TEST(LibraryStartup, BuildsTheOscConstantsAndEmptiesThemOnDestruction)
+{
+    OscAddressConstants& constants = OscAddressConstants::GetInstance();
+    {
+        const LibraryStartup startup;
+        ASSERT_GT(constants.GetSize(), 0u);
+
+        const OscAddressConstants::Entry* gain = constants.Find("/master/gain");
+        ASSERT_NE(gain, nullptr);
+        ASSERT_TRUE(std::holds_alternative<OscAddress>(*gain));
+        EXPECT_EQ(std::get<OscAddress>(*gain).GetToken(1), "gain");
+
+        const OscAddressConstants::Entry* wildcard = constants.Find("/source/*/aed");
+        ASSERT_NE(wildcard, nullptr);
+        EXPECT_TRUE(std::holds_alternative<OscAddressPattern>(*wildcard));
+        EXPECT_EQ(constants.Find("/no/such/constant"), nullptr);
+
+        // Every constant keeps its own text under its own hash.
+        for (const auto& [hash, entry] : constants.GetEntries())
+            std::visit([&hash = hash](const auto& path) { EXPECT_EQ(path.GetHash(), hash) << path.GetText().GetStdString(); },
+                       entry);
+    }
+    EXPECT_EQ(constants.GetSize(), 0u);
+    // The tokens stay in the pool: it only ever grows.
+    EXPECT_NE(HashedStringPool::GetInstance().Find(HashedString::Hash("listener")), nullptr);
+}
+
+TEST(LibraryStartup, ABannerOpensEveryRunEvenAFailedOne)
+{
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string> {"-h"}, std::vector<std::string> {"-i", "x.wav", "--bogus"}})
+    {
+        const testing::ProgramRun run = testing::RunSonaJoin(arguments);
+        EXPECT_EQ(run.standardOutput.rfind(testing::ExpectedBanner(), 0), 0u);
+        EXPECT_EQ(run.standardError, "");
+        EXPECT_EQ(run.exitCode, 1);
+    }
+}
+
+} // namespace
+} // namespace kvo
