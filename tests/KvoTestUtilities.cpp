@@ -12,19 +12,6 @@
 
 namespace kvo::testing
 {
-namespace
-{
-
-std::string readWhole(const std::string& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
-
-} // namespace
-
 ProgramRun RunSonaJoin(const std::vector<std::string>& arguments, const std::string& workingDirectory)
 {
     TemporaryFolder capture;
@@ -59,8 +46,8 @@ ProgramRun RunSonaJoin(const std::vector<std::string>& arguments, const std::str
     waitpid(child, &status, 0);
 
     ProgramRun run;
-    run.standardOutput = readWhole(outPath);
-    run.standardError = readWhole(errPath);
+    run.standardOutput = ReadWholeFile(outPath);
+    run.standardError = ReadWholeFile(errPath);
     run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return run;
 }
@@ -92,6 +79,48 @@ std::string ExpectedBanner()
            "Copyright (c) 2010-" + std::to_string(local.tm_year + 1900) + " Orvane\n"
            "https://www.orvane.example\n"
            + separator + "\n\n";
+}
+
+std::string TripleError(const std::string& text)
+{
+    std::string joined;
+    std::string dashed;
+    for (char c : text)
+    {
+        if (c != ' ')
+            joined += c;
+        dashed += c == ' ' ? '-' : c;
+    }
+    return "Error : " + text + "\nError : " + joined + "\nError : " + dashed + "\n";
+}
+
+std::string ReadWholeFile(const std::string& path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+void WriteWholeFile(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string LittleEndian(uint64_t value, int numBytes)
+{
+    std::string bytes;
+    for (int i = 0; i < numBytes; ++i)
+        bytes += static_cast<char>(value >> (8 * i));
+    return bytes;
+}
+
+std::string BigEndian(uint64_t value, int numBytes)
+{
+    std::string bytes;
+    for (int i = numBytes - 1; i >= 0; --i)
+        bytes += static_cast<char>(value >> (8 * i));
+    return bytes;
 }
 
 } // namespace kvo::testing

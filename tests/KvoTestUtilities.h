@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
+
+#include "core/KvoException.h"
 
 namespace kvo::testing
 {
@@ -35,5 +38,37 @@ private:
 
 /** The banner every run of sonajoin opens with, for the current year. */
 std::string ExpectedBanner();
+
+/** The three listings of one command line error: as written, blanks removed, blanks as dashes. */
+std::string TripleError(const std::string& text);
+
+std::string ReadWholeFile(const std::string& path);
+void WriteWholeFile(const std::string& path, const std::string& bytes);
+
+/** numBytes bytes of value, least significant first. */
+std::string LittleEndian(uint64_t value, int numBytes);
+/** numBytes bytes of value, most significant first. */
+std::string BigEndian(uint64_t value, int numBytes);
+
+/** text between double quotes, as the library's messages quote paths. */
+inline std::string InQuotes(const std::string& text)
+{
+    return "\"" + text + "\"";
+}
+
+/** The message of the kvo::Exception that action throws, or "(no exception)". */
+template <typename Action>
+std::string MessageOf(Action&& action)
+{
+    try
+    {
+        action();
+    }
+    catch (const Exception& e)
+    {
+        return e.GetMessage().GetStdString();
+    }
+    return "(no exception)";
+}
 
 } // namespace kvo::testing
