@@ -1,6 +1,6 @@
-// FileReader and FileWriter seen from the system calls they make: lazy seeking, retried
-// short and interrupted transfers, failures mid-way, pieces of very large counts, and
-// the exact bytes of every write.
+// FileReader and FileWriter on real files and seen from the system calls they make: lazy
+// seeking, retried short and interrupted transfers, failures mid-way, pieces of very large
+// counts, the exact bytes of every write, and the files and folders they refuse.
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -87,17 +86,6 @@ int64_t failWith(int error)
     return -1;
 }
 
-void writeText(const std::string& path, const std::string& text)
-{
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string readText(const std::string& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    return { std::istreambuf_iterator<char>(stream), {} };
-}
-
 File fileAt(const std::string& path)
 {
     return File(path.c_str());
@@ -128,7 +116,7 @@ constexpr int64_t gibibyte = int64_t(1) << 30;
 TEST(FileStreamReader, SeeksOnlyWhenAReadNeedsIt)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "0123456789");
+    WriteWholeFile(folder / "f", "0123456789");
     FileReader reader(fileAt(folder / "f"));
     SystemCallSpy spy;
     char bytes[8] = {};
@@ -165,7 +153,7 @@ TEST(FileStreamReader, SeeksOnlyWhenAReadNeedsIt)
 TEST(FileStreamReader, AFailedSeekStaysPending)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "abcdef");
+    WriteWholeFile(folder / "f", "abcdef");
     FileReader reader(fileAt(folder / "f"));
     reader.SetPosition(4);
     SystemCallSpy spy;
@@ -183,7 +171,7 @@ TEST(FileStreamReader, AFailedSeekStaysPending)
 TEST(FileStreamReader, ShortAndInterruptedReadsAreRetried)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "abcdefghij");
+    WriteWholeFile(folder / "f", "abcdefghij");
     FileReader reader(fileAt(folder / "f"));
     SystemCallSpy spy;
     int calls = 0;
@@ -202,7 +190,7 @@ TEST(FileStreamReader, ShortAndInterruptedReadsAreRetried)
 TEST(FileStreamReader, AFailureMidwayDeliversWhatCameBefore)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "abcdefghij");
+    WriteWholeFile(folder / "f", "abcdefghij");
     FileReader reader(fileAt(folder / "f"));
     SystemCallSpy spy;
     bool first = true;
@@ -221,7 +209,7 @@ TEST(FileStreamReader, AFailureMidwayDeliversWhatCameBefore)
 TEST(FileStreamReader, HugeCountsAreReadInPieces)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "x");
+    WriteWholeFile(folder / "f", "x");
     FileReader reader(fileAt(folder / "f"));
     const int64_t count = 3 * gibibyte + 5;
     UntouchedBytes dest(static_cast<size_t>(count));
@@ -237,7 +225,7 @@ TEST(FileStreamReader, HugeCountsAreReadInPieces)
 TEST(FileStreamReader, AGrowingFileKeepsItsOpeningLength)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "abc");
+    WriteWholeFile(folder / "f", "abc");
     FileReader reader(fileAt(folder / "f"));
     std::ofstream(folder / "f", std::ios::binary | std::ios::app) << "defg";
 
@@ -259,7 +247,7 @@ TEST(FileStreamReader, AGrowingFileKeepsItsOpeningLength)
 TEST(FileStreamReader, CopiesDoNotShareTheSystemsPosition)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "abcdefgh");
+    WriteWholeFile(folder / "f", "abcdefgh");
     FileReader original(fileAt(folder / "f"));
     char a[2], b[4];
     ASSERT_EQ(original.Read(a, 2), 2);
@@ -270,10 +258,12 @@ TEST(FileStreamReader, CopiesDoNotShareTheSystemsPosition)
     EXPECT_EQ(std::string(a, 2), "cd");
 }
 
-TEST(FileStreamReader, LinksAndSocketsAreRefused)
+TEST(FileStreamReader, MissingFilesFoldersLinksAndSocketsAreRefused)
 {
     TemporaryFolder folder;
     StreamCapture err(std::cerr);
+    EXPECT_THROW(FileReader(fileAt(folder / "missing")), exceptions::NoSuchFile);
+    EXPECT_THROW(FileReader(fileAt(folder.GetPath())), exceptions::NoSuchFile);
     ASSERT_EQ(::symlink((folder / "nowhere").c_str(), (folder / "dangling").c_str()), 0);
     EXPECT_THROW(FileReader(fileAt(folder / "dangling")), exceptions::NoSuchFile);
 
@@ -290,33 +280,34 @@ TEST(FileStreamReader, LinksAndSocketsAreRefused)
     EXPECT_NE(err.GetText().find("Could not open file \"" + path + "\". Unsupported format?"), std::string::npos);
 }
 
-TEST(FileStreamWriter, BoundaryValuesKeepTheirBytes)
+TEST(FileStreamWriter, EveryWriteHasItsByteOrder)
 {
     TemporaryFolder folder;
     {
-        FileWriter writer(fileAt(folder / "out"));
+        FileWriter writer(fileAt(folder / "new/sub/out")); // the folders are made
+        EXPECT_TRUE(writer.WriteByte(0xAB));
+        EXPECT_TRUE(writer.WriteInt16(0x1234));
         EXPECT_TRUE(writer.WriteInt16BigEndian(INT16_MIN));
-        EXPECT_TRUE(writer.WriteInt16(INT16_MIN));
-        EXPECT_TRUE(writer.WriteInt32BigEndian(1));
+        EXPECT_TRUE(writer.WriteInt32(0x01020304));
         EXPECT_TRUE(writer.WriteInt32BigEndian(-2));
-        EXPECT_TRUE(writer.WriteInt32(INT32_MIN));
-        EXPECT_TRUE(writer.WriteInt64(-2));
+        EXPECT_TRUE(writer.WriteInt64(0x0102030405060708));
         EXPECT_TRUE(writer.WriteInt64(INT64_MIN));
-        EXPECT_TRUE(writer.WriteByte(0xFF));
+        EXPECT_TRUE(writer.WriteRepeatedByte(0x7F, 2));
         EXPECT_TRUE(writer.WriteRepeatedByte(0, 0));
-        EXPECT_TRUE(writer.Write(MemoryBlock()));
-        EXPECT_EQ(writer.GetPosition(), 2 + 2 + 4 + 4 + 4 + 8 + 8 + 1);
+        EXPECT_TRUE(writer.Write("xy", 2));
+        EXPECT_TRUE(writer.Write(MemoryBlock(2, true)));
+        EXPECT_EQ(writer.GetPosition(), 1 + 2 + 2 + 4 + 4 + 8 + 8 + 2 + 2 + 2);
     }
-    const std::string expected("\x80\x00" "\x00\x80" "\x00\x00\x00\x01" "\xFF\xFF\xFF\xFE" "\x00\x00\x00\x80"
-                               "\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF" "\x00\x00\x00\x00\x00\x00\x00\x80" "\xFF",
-                               33);
-    EXPECT_EQ(readText(folder / "out"), expected);
+    const std::string expected("\xAB" "\x34\x12" "\x80\x00" "\x04\x03\x02\x01" "\xFF\xFF\xFF\xFE"
+                               "\x08\x07\x06\x05\x04\x03\x02\x01" "\x00\x00\x00\x00\x00\x00\x00\x80"
+                               "\x7F\x7F" "xy" "\x00\x00", 35);
+    EXPECT_EQ(ReadWholeFile(folder / "new/sub/out"), expected);
 }
 
 TEST(FileStreamWriter, HeaderRewriteInTheMiddleThenBackToTheEnd)
 {
     TemporaryFolder folder;
-    writeText(folder / "out", "old");
+    WriteWholeFile(folder / "out", "old");
     {
         FileWriter writer(fileAt(folder / "out"));
         const int64_t headerPosition = writer.GetPosition();
@@ -329,10 +320,11 @@ TEST(FileStreamWriter, HeaderRewriteInTheMiddleThenBackToTheEnd)
         EXPECT_TRUE(writer.SetPosition(headerPosition + 4));
         EXPECT_TRUE(writer.WriteInt32BigEndian(static_cast<int32_t>(end - headerPosition)));
         EXPECT_TRUE(writer.SetPosition(end));
+        EXPECT_TRUE(writer.SetPosition(end)); // where it already is
         EXPECT_TRUE(writer.WriteByte('!'));
         EXPECT_EQ(writer.GetPosition(), end + 1);
     }
-    EXPECT_EQ(readText(folder / "out"), std::string("oldHDR_\x00\x00\x00\x0C" "data!", 16));
+    EXPECT_EQ(ReadWholeFile(folder / "out"), std::string("oldHDR_\x00\x00\x00\x0C" "data!", 16));
 }
 
 TEST(FileStreamWriter, PositionsAreSoughtOnlyWhenTheyChange)
@@ -349,7 +341,7 @@ TEST(FileStreamWriter, PositionsAreSoughtOnlyWhenTheyChange)
     EXPECT_TRUE(writer.SetPosition(3));
     EXPECT_TRUE(writer.WriteRepeatedByte('z', 2));
     EXPECT_EQ(spy.log, (Log { "seek -1", "seek 3", "write 1", "write 1" }));
-    EXPECT_EQ(readText(folder / "out"), std::string("\0\0\0zz", 5));
+    EXPECT_EQ(ReadWholeFile(folder / "out"), std::string("\0\0\0zz", 5));
 }
 
 TEST(FileStreamWriter, ShortInterruptedAndFailedWrites)
@@ -375,7 +367,7 @@ TEST(FileStreamWriter, ShortInterruptedAndFailedWrites)
     EXPECT_EQ(writer.GetPosition(), 6); // what went out counts
     EXPECT_FALSE(writer.WriteByte('!'));
     EXPECT_EQ(writer.GetPosition(), 6);
-    EXPECT_EQ(readText(folder / "out"), "abcdxy");
+    EXPECT_EQ(ReadWholeFile(folder / "out"), "abcdxy");
 }
 
 TEST(FileStreamWriter, HugeCountsAreWrittenInPieces)
@@ -412,6 +404,22 @@ TEST(FileStreamWriter, AFolderTakesNothingAndCostsNoCall)
     EXPECT_EQ(writer.GetPosition(), 0);
     EXPECT_TRUE(spy.log.empty());
     EXPECT_TRUE(std::filesystem::is_empty(folder.GetPath()));
+}
+
+TEST(FileStreamWriter, AFileInTheWayOfTheFolderThrowsAndAFullDeviceFails)
+{
+    TemporaryFolder folder;
+    WriteWholeFile(folder / "plain", "x");
+    StreamCapture err(std::cerr);
+    EXPECT_EQ(MessageOf([&] { FileWriter writer(fileAt(folder / "plain/sub/out")); }),
+              "Couldn't create or write in folder \"" + folder / "plain/sub" + "\"");
+
+    if (!File("/dev/full").Exists())
+        GTEST_SKIP() << "no /dev/full";
+    FileWriter writer(File("/dev/full"));
+    ASSERT_TRUE(writer.IsOpen());
+    EXPECT_FALSE(writer.WriteInt32(5));
+    EXPECT_EQ(writer.GetPosition(), 0);
 }
 
 } // namespace
