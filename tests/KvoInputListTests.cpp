@@ -19,29 +19,6 @@ namespace kvo::testing
 namespace
 {
 
-/** Sets HOME for one test and puts the old value back. */
-class ScopedHome
-{
-public:
-    explicit ScopedHome(const std::string& value)
-    {
-        if (const char* old = std::getenv("HOME"))
-            previous = old, hadValue = true;
-        ::setenv("HOME", value.c_str(), 1);
-    }
-    ~ScopedHome()
-    {
-        if (hadValue)
-            ::setenv("HOME", previous.c_str(), 1);
-        else
-            ::unsetenv("HOME");
-    }
-
-private:
-    std::string previous;
-    bool hadValue = false;
-};
-
 /**
     A chain of folders, each holding "f.wav" and the next, deeper than the system's path
     limit. It is built and removed through folder handles, since the deep end has no path
@@ -81,15 +58,6 @@ private:
 class InputList : public ::testing::Test
 {
 protected:
-    InputList()
-    {
-        char buffer[4096];
-        previousFolder = ::getcwd(buffer, sizeof(buffer));
-        char real[4096];
-        root = ::realpath(folder.GetPath().c_str(), real);
-        EXPECT_EQ(::chdir(root.c_str()), 0);
-    }
-    ~InputList() override { EXPECT_EQ(::chdir(previousFolder.c_str()), 0); }
 
     void touch(const std::string& name) { std::ofstream(root + "/" + name) << "x"; }
     void makeFolder(const std::string& name) { ::mkdir((root + "/" + name).c_str(), 0777); }
@@ -122,8 +90,8 @@ protected:
     }
 
     TemporaryFolder folder;
-    std::string root;
-    std::string previousFolder;
+    const std::string root = RealPath(folder.GetPath());
+    ScopedWorkingDirectory inside { root };
 };
 
 using Names = std::vector<std::string>;
@@ -145,6 +113,10 @@ TEST_F(InputList, PlainPathsAndEscapedBlanks)
     EXPECT_EQ(expand("  missing.wav  "), (Names { "missing.wav" })); // existence is checked later
     makeFolder("folder");
     EXPECT_EQ(expand("folder"), Names {});
+    makeFolder("my dir");
+    touch("my dir/a b.wav");
+    EXPECT_EQ(expand("my\\ dir/*.wav"), (Names { "my dir/a b.wav" }));
+    EXPECT_EQ(expand("  my dir/a?b.wav "), (Names { "my dir/a b.wav" }));
 }
 
 TEST_F(InputList, WildcardsInTheWorkingFolderSortByNameAndDropFolders)
@@ -186,10 +158,12 @@ TEST_F(InputList, HomeExpandsInWildcardForms)
     makeFolder("home/sub");
     touch("home/sub/t.wav");
     touch("home/sub/u.aif");
-    ScopedHome home(root + "/home");
+    ScopedEnvironment home("HOME", (root + "/home").c_str());
     EXPECT_EQ(expand("~/sub/*.wav"), (Names { "home/sub/t.wav" }));
     EXPECT_EQ(expand("~/*.wav", recursive), (Names { "home/sub/t.wav" }));
     EXPECT_EQ(expand("~/sub/t.wav, ~/sub/u.aif"), (Names { "home/sub/t.wav", "home/sub/u.aif" }));
+    ScopedEnvironment missingHome("HOME", (root + "/nobody-home").c_str());
+    EXPECT_EQ(expand("~/*.wav", recursive), Names {});
 }
 
 TEST_F(InputList, SeveralPatternsFindNextToNothingUnlessRecursive)
@@ -238,21 +212,6 @@ TEST_F(InputList, RecursionWalksDepthFirstWhereItMeetsEachFolder)
     EXPECT_EQ(expand("r/*.wav", recursive), all);
     EXPECT_EQ(expand("*.wav", recursive), all);
     EXPECT_EQ(expand("r/*.wav"), (Names { "r/a.wav", "r/c.wav" }));
-}
-
-TEST_F(InputList, EscapedBlanksReachTheFolderPart)
-{
-    makeFolder("my dir");
-    touch("my dir/a b.wav");
-    EXPECT_EQ(expand("my\\ dir/*.wav"), (Names { "my dir/a b.wav" }));
-    EXPECT_EQ(expand("  my dir/a?b.wav "), (Names { "my dir/a b.wav" }));
-}
-
-TEST_F(InputList, HomeFolderThatIsMissingGivesNothing)
-{
-    ScopedHome home(root + "/nobody-home");
-    EXPECT_EQ(expand("~/*.wav"), Names {});
-    EXPECT_EQ(expand("~/sub/*.wav", recursive), Names {});
 }
 
 TEST_F(InputList, LinkedFoldersAreWalkedButLoopsEnd)

@@ -66,6 +66,41 @@ TemporaryFolder::~TemporaryFolder()
     std::filesystem::remove_all(path, ignored);
 }
 
+ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name(name)
+{
+    if (const char* old = std::getenv(name))
+        previous = old, hadValue = true;
+    if (value != nullptr)
+        ::setenv(name, value, 1);
+    else
+        ::unsetenv(name);
+}
+
+ScopedEnvironment::~ScopedEnvironment()
+{
+    if (hadValue)
+        ::setenv(name, previous.c_str(), 1);
+    else
+        ::unsetenv(name);
+}
+
+ScopedWorkingDirectory::ScopedWorkingDirectory(const std::string& folder)
+    : previous(std::filesystem::current_path().string())
+{
+    std::filesystem::current_path(folder);
+}
+
+ScopedWorkingDirectory::~ScopedWorkingDirectory()
+{
+    std::error_code ignored;
+    std::filesystem::current_path(previous, ignored);
+}
+
+std::string RealPath(const std::string& path)
+{
+    return std::filesystem::canonical(path).string();
+}
+
 std::string ExpectedBanner()
 {
     const std::time_t now = std::time(nullptr);

@@ -36,6 +36,37 @@ private:
     std::string path;
 };
 
+/** Sets an environment variable (or removes it, for nullptr) while it lives. */
+class ScopedEnvironment
+{
+public:
+    ScopedEnvironment(const char* name, const char* value);
+    ~ScopedEnvironment();
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
+private:
+    const char* name;
+    std::string previous;
+    bool hadValue = false;
+};
+
+/** Makes folder the working directory while it lives. */
+class ScopedWorkingDirectory
+{
+public:
+    explicit ScopedWorkingDirectory(const std::string& folder);
+    ~ScopedWorkingDirectory();
+    ScopedWorkingDirectory(const ScopedWorkingDirectory&) = delete;
+    ScopedWorkingDirectory& operator=(const ScopedWorkingDirectory&) = delete;
+
+private:
+    std::string previous;
+};
+
+/** The canonical form of an existing path, links resolved, as the library's paths come out. */
+std::string RealPath(const std::string& path);
+
 /** The banner every run of sonajoin opens with, for the current year. */
 std::string ExpectedBanner();
 
