@@ -101,14 +101,14 @@ std::string RealPath(const std::string& path)
     return std::filesystem::canonical(path).string();
 }
 
-std::string ExpectedBanner()
+std::string ExpectedBanner(const std::string& toolName)
 {
     const std::time_t now = std::time(nullptr);
     std::tm local {};
     localtime_r(&now, &local);
     const std::string separator(78, '=');
     return separator + "\n"
-           "sonajoin [x86_64]\n"
+           + toolName + " [x86_64]\n"
            "Build date: Mar 18 2024\n"
            "Based on: libkvo v5.0.2 [32-bit float]\n"
            "Copyright (c) 2010-" + std::to_string(local.tm_year + 1900) + " Orvane\n"

@@ -67,8 +67,8 @@ private:
 /** The canonical form of an existing path, links resolved, as the library's paths come out. */
 std::string RealPath(const std::string& path);
 
-/** The banner every run of sonajoin opens with, for the current year. */
-std::string ExpectedBanner();
+/** The banner every run of a tool opens with, for the current year. */
+std::string ExpectedBanner(const std::string& toolName = "sonajoin");
 
 /** The three listings of one command line error: as written, blanks removed, blanks as dashes. */
 std::string TripleError(const std::string& text);
