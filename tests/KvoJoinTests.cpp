@@ -34,20 +34,6 @@ std::string pcmBytes(const std::vector<int32_t>& samples, int bits)
     return bytes;
 }
 
-/** A canonical WAV: the 44-byte header, then data and a pad byte if its size is odd. */
-std::string canonicalWav(uint16_t tag, uint16_t numChannels, uint32_t sampleRate, uint16_t bits,
-                         const std::string& data)
-{
-    const uint32_t blockAlign = numChannels * bits / 8u;
-    const auto dataSize = static_cast<uint32_t>(data.size());
-    std::string bytes = "RIFF" + le32(36 + dataSize + (dataSize & 1)) + "WAVE" + "fmt " + le32(16) + le16(tag)
-                        + le16(numChannels) + le32(sampleRate) + le32(sampleRate * blockAlign) + le16(blockAlign)
-                        + le16(bits) + "data" + le32(dataSize) + data;
-    if (dataSize & 1)
-        bytes += '\0';
-    return bytes;
-}
-
 /** The 104-byte header of a plain RIFF output: JUNK reserve, 16-byte fmt, data. */
 std::string expectedOutputHeader(uint16_t numChannels, uint32_t sampleRate, uint16_t bits, uint32_t dataSize)
 {
@@ -115,7 +101,7 @@ protected:
     std::string input(const std::string& name, uint16_t numChannels, uint32_t rate, const std::vector<int32_t>& samples,
                       uint16_t bits = 16)
     {
-        WriteWholeFile(folder / name, canonicalWav(1, numChannels, rate, bits, pcmBytes(samples, bits)));
+        WriteWholeFile(folder / name, CanonicalWav(1, numChannels, rate, bits, pcmBytes(samples, bits)));
         return folder / name;
     }
 
@@ -307,7 +293,7 @@ TEST_F(Join, RefusalsBeforeTheOutputExists)
         std::string destination;
         std::string message;
     };
-    WriteWholeFile(folder / "f64.wav", canonicalWav(3, 1, 44100, 64, std::string(16, '\0')));
+    WriteWholeFile(folder / "f64.wav", CanonicalWav(3, 1, 44100, 64, std::string(16, '\0')));
     WriteWholeFile(folder / "noise.wav", "this is not a wav file at all");
     const std::vector<Case> cases = {
         {folder / "missing.wav", output, "Invalid bits depth : 0"},

@@ -158,4 +158,17 @@ std::string BigEndian(uint64_t value, int numBytes)
     return bytes;
 }
 
+std::string CanonicalWav(uint16_t tag, uint16_t numChannels, uint32_t sampleRate, uint16_t bits, const std::string& data)
+{
+    const uint32_t blockAlign = numChannels * bits / 8u;
+    const uint64_t dataSize = data.size();
+    std::string bytes = "RIFF" + LittleEndian(36 + dataSize + (dataSize & 1), 4) + "WAVE" + "fmt " + LittleEndian(16, 4)
+                        + LittleEndian(tag, 2) + LittleEndian(numChannels, 2) + LittleEndian(sampleRate, 4)
+                        + LittleEndian(sampleRate * blockAlign, 4) + LittleEndian(blockAlign, 2) + LittleEndian(bits, 2)
+                        + "data" + LittleEndian(dataSize, 4) + data;
+    if (dataSize & 1)
+        bytes += '\0';
+    return bytes;
+}
+
 } // namespace kvo::testing

@@ -81,6 +81,9 @@ std::string LittleEndian(uint64_t value, int numBytes);
 /** numBytes bytes of value, most significant first. */
 std::string BigEndian(uint64_t value, int numBytes);
 
+/** A canonical WAV file: the 44-byte header, then data and a pad byte if its size is odd. */
+std::string CanonicalWav(uint16_t tag, uint16_t numChannels, uint32_t sampleRate, uint16_t bits, const std::string& data);
+
 /** text between double quotes, as the library's messages quote paths. */
 inline std::string InQuotes(const std::string& text)
 {
