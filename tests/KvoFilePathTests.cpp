@@ -83,7 +83,7 @@ TEST(FilePath, TildeExpandsToHome)
 TEST(FilePath, HomeValuesThatAskForTildeThemselvesArePassedOver)
 {
     // Each of these, taken as the home folder, would expand "~" again without end.
-    ScopedEnvironment lower("home", nullptr);
+    ScopedEnvironment lower("home", "~/again");
     ScopedEnvironment drive("HOMEDRIVE", "/mnt");
     ScopedEnvironment homePath("HOMEPATH", "/user");
     for (const char* value : { "~", " ~", "\t~/x", "~//", "a/../~", "a/../~/b", "/../~" })
