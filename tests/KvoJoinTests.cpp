@@ -312,5 +312,34 @@ TEST_F(Join, RefusalsBeforeTheOutputExists)
     }
 }
 
+TEST_F(Join, MixedAiffAndWavInputsTakeTheFirstInputsRateAndDepth)
+{
+    // sox's 24-bit 48 kHz stereo noise (33 frames), with its own decoding as 32-bit values.
+    const std::string aiff = std::string(KVO_TEST_DATA_DIR) + "/sox-noise-48k-24bit.aiff";
+    const std::string raw = ReadWholeFile(std::string(KVO_TEST_DATA_DIR) + "/sox-noise-48k-24bit.s32");
+    const std::vector<int32_t> samples = signal(2 * 10, 16, 19);
+    const std::string b = input("b.wav", 2, 44100, samples);
+
+    // AIFF out at 24 bits: both inputs are carried exactly, big-endian.
+    const std::string aiffOutput = folder / "out.AIF";
+    expectSuccess(RunSonaJoin({"-i", aiff + ", " + b, "-d", aiffOutput}));
+    std::string data;
+    for (size_t i = 0; i + 4 <= raw.size(); i += 4)
+        data += std::string{raw[i + 3], raw[i + 2], raw[i + 1]};
+    for (int32_t sample : samples)
+        data += BigEndian(uint32_t(sample) << 8, 3);
+    ASSERT_EQ(data.size(), 43u * 6u);
+    EXPECT_EQ(ReadWholeFile(aiffOutput), "FORM" + BigEndian(46 + 258, 4) + "AIFFCOMM" + BigEndian(18, 4) + BigEndian(2, 2)
+                                             + BigEndian(43, 4) + BigEndian(24, 2) + std::string("\x40\x0E\xBB\x80", 4)
+                                             + std::string(6, '\0') + "SSND" + BigEndian(258 + 8, 4)
+                                             + std::string(8, '\0') + data);
+
+    // WAV first: 16 bits at 44.1 kHz, the AIFF input is not resampled.
+    expectSuccess(join(b + "," + aiff));
+    const std::string bytes = ReadWholeFile(output);
+    EXPECT_EQ(bytes.substr(0, 104 + 40), expectedOutputHeader(2, 44100, 16, 43 * 4) + pcmBytes(samples, 16));
+    EXPECT_EQ(bytes.size(), 104u + 43u * 4u);
+}
+
 } // namespace
 } // namespace kvo::testing
