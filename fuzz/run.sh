@@ -6,6 +6,7 @@
 # New inputs collect in build/fuzz/corpus/<target>; crashes land in build/fuzz/findings.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+root=$PWD
 seconds=${1:-600}
 shift || true
 
@@ -26,13 +27,13 @@ targets=("$@")
 [ ${#targets[@]} -gt 0 ] || mapfile -t targets < <(find build/fuzz/fuzz -maxdepth 1 -type f -name 'Kvo*Fuzzer' -printf '%f\n' | sort)
 mkdir -p build/fuzz/findings
 for target in "${targets[@]}"; do
-    corpus=build/fuzz/corpus/$target
+    corpus=$root/build/fuzz/corpus/$target
     mkdir -p "$corpus"
     while IFS= read -r seed; do
         [ -f "$seed" ] && [ "$(stat -c %s "$seed")" -le 1048576 ] && cp -n "$seed" "$corpus/"
     done < <(seeds_for "$target")
     echo "== $target: $seconds s =="
     "build/fuzz/fuzz/$target" "$corpus" -max_total_time="$seconds" -timeout=1 -rss_limit_mb=2048 \
-        -max_len=65536 -artifact_prefix="build/fuzz/findings/$target-" -print_final_stats=1 2>&1 |
-        grep -E '^(#[0-9]+.*(DONE|pulse)|stat::|==[0-9]+==ERROR|SUMMARY|artifact_prefix|Test unit written)' || true
+        -max_len=65536 -artifact_prefix="$root/build/fuzz/findings/$target-" -print_final_stats=1 2>&1 |
+        grep -E '^(#[0-9]+.*(DONE|pulse)|stat::|==[0-9]+== ?ERROR|SUMMARY|Test unit written|Slowest unit)' || true
 done
