@@ -38,6 +38,7 @@ ProgramRun RunSonaJoin(const std::vector<std::string>& arguments, const std::str
             _exit(127);
         if (!workingDirectory.empty() && chdir(workingDirectory.c_str()) != 0)
             _exit(127);
+        alarm(60); // a run that waits on something ends by signal rather than hanging the suite
         execv(argv[0], argv.data());
         _exit(127);
     }
