@@ -25,26 +25,13 @@ namespace kvo::testing
 namespace
 {
 
-std::string ReadWhole(const std::string& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(stream), {});
-}
-
 /** A mono 16-bit WAV of numSamples values counting up from 1. */
 std::string CountingWav(uint32_t numSamples)
 {
-    const auto le = [](uint32_t value, int bytes) {
-        std::string text;
-        for (int i = 0; i < bytes; ++i)
-            text += char(value >> (8 * i));
-        return text;
-    };
     std::string data;
     for (uint32_t i = 1; i <= numSamples; ++i)
-        data += le(i, 2);
-    return "RIFF" + le(36 + 2 * numSamples, 4) + "WAVEfmt " + le(16, 4) + le(1, 2) + le(1, 2) + le(44100, 4)
-           + le(88200, 4) + le(2, 2) + le(16, 2) + "data" + le(2 * numSamples, 4) + data;
+        data += LittleEndian(i, 2);
+    return CanonicalWav(1, 1, 44100, 16, data);
 }
 
 /** Runs the join in this process, quietly, and returns the message of what it threw. */
@@ -140,7 +127,7 @@ TEST_F(Faults, FullDiskEndsTheJoinWithAHeaderThatMatchesTheStoredBlocks)
         const StreamCapture console(std::cout);
         EXPECT_EQ(JoinMessage(input, output), "Error writing file \"" + output + "\"");
     }
-    const std::string written = ReadWhole(output);
+    const std::string written = ReadWholeFile(output);
     const std::string expected = CountingWav(20000);
     // The header counts the two whole blocks; the part of the third that fit is not counted.
     EXPECT_EQ(written.substr(4, 4), std::string("\x60\x80\x00\x00", 4)); // 96 + 32768
@@ -159,7 +146,7 @@ TEST_F(Faults, InputDeletedBetweenThePassesIsNotFoundAndTheOutputStaysWellFormed
     std::cout.rdbuf(saved);
 
     EXPECT_EQ(message, "Could not find file \"" + b + "\"");
-    const std::string written = ReadWhole(output);
+    const std::string written = ReadWholeFile(output);
     ASSERT_EQ(written.size(), 104u + 2000u);
     EXPECT_EQ(written.substr(100, 4), std::string("\xD0\x07\x00\x00", 4));
     EXPECT_EQ(written.substr(104), CountingWav(1000).substr(44));
@@ -184,7 +171,7 @@ TEST_F(Faults, DestinationBelowAFileCannotBeMade)
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_NE(run.standardError.find("Error writing file \"" + destination + "\""), std::string::npos)
         << run.standardError;
-    EXPECT_EQ(ReadWhole(input), CountingWav(10));
+    EXPECT_EQ(ReadWholeFile(input), CountingWav(10));
 }
 
 } // namespace

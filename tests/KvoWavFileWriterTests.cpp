@@ -21,18 +21,11 @@ namespace
 using Bytes = std::string;
 using Channels = std::vector<std::vector<int32_t>>;
 
+using kvo::testing::ReadWholeFile;
+
 Bytes Le(uint64_t value, int numBytes)
 {
-    Bytes bytes;
-    for (int i = 0; i < numBytes; ++i)
-        bytes.push_back(char(value >> (8 * i)));
-    return bytes;
-}
-
-Bytes ReadWholeFile(const std::string& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(stream), {});
+    return kvo::testing::LittleEndian(value, numBytes);
 }
 
 const Bytes pcmGuid("\x01\x00\x00\x00\x00\x00\x10\x00\x80\x00\x00\xAA\x00\x38\x9B\x71", 16);
