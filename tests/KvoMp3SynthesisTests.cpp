@@ -1,4 +1,4 @@
-// The MPEG audio synthesis filterbank against the textbook computations,
+// The MPEG audio synthesis filterbank and the Layer III IMDCTs against the textbook computations,
 // written out plainly here in double precision.
 
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "audiofiles/KvoMp3Imdct.h"
 #include "audiofiles/KvoMp3Synthesis.h"
 #include "audiofiles/KvoMp3Tables.h"
 
@@ -233,6 +234,98 @@ TEST(Mp3Synthesis, ChannelZeroTurnsTheSharedOffset)
         synthesise(state, zeros, 0, out, samplesDone);
     EXPECT_EQ(state.synthOffset, 1); // 16 turns of channel 0 come back round
     EXPECT_EQ(samplesDone, 32 * 17);
+}
+
+// IMDCT ------------------------------------------------------------------------------------------
+
+/** The textbook block: direct IMDCT of n / 2 lines, times the block type's window. */
+std::vector<double> WindowedImdct(const float* lines, int n, int blockType)
+{
+    std::vector<double> block(size_t(n), 0.0);
+    for (int i = 0; i < n; ++i)
+    {
+        double sum = 0.0;
+        for (int k = 0; k < n / 2; ++k)
+            sum += lines[k] * std::cos(pi / (2 * n) * (2 * i + 1 + n / 2) * (2 * k + 1));
+        double window = 0.0;
+        if (n == 12)
+            window = std::sin(pi / 12 * (i + 0.5));
+        else if (blockType == 0 || (blockType == 1 && i < 18) || (blockType == 3 && i >= 18))
+            window = std::sin(pi / 36 * (i + 0.5));
+        else if (blockType == 1)
+            window = i < 24 ? 1.0 : i < 30 ? std::sin(pi / 12 * (i - 18 + 0.5)) : 0.0;
+        else
+            window = i < 6 ? 0.0 : i < 12 ? std::sin(pi / 12 * (i - 6 + 0.5)) : 1.0;
+        block[size_t(i)] = sum * window;
+    }
+    return block;
+}
+
+/** The 36 values a sub-band's transform overlap-adds: the long block, or the three short ones. */
+std::vector<double> ExpectedBlock(const std::vector<float>& lines, int blockType)
+{
+    if (blockType != 2)
+        return WindowedImdct(lines.data(), 36, blockType);
+    std::vector<double> block(36, 0.0);
+    for (int w = 0; w < 3; ++w)
+    {
+        float shortLines[6];
+        for (int k = 0; k < 6; ++k)
+            shortLines[k] = lines[size_t(w + 3 * k)];
+        const std::vector<double> part = WindowedImdct(shortLines, 12, 2);
+        for (int i = 0; i < 12; ++i)
+            block[size_t(6 + 6 * w + i)] += part[size_t(i)];
+    }
+    return block;
+}
+
+TEST(Mp3Imdct, MatchesTheDirectTransformWindowedAndOverlapped)
+{
+    const Mp3Tables& tables = GetMp3Tables();
+    for (int blockType = 0; blockType < 4; ++blockType)
+    {
+        for (bool oddSubBand : { false, true })
+        {
+            std::vector<float> lines = RandomValues(18, 1.0f, unsigned(100 + blockType * 2 + oddSubBand));
+            const std::vector<float> overlapIn = RandomValues(18, 1.0f, unsigned(200 + blockType));
+            const std::vector<double> expected = ExpectedBlock(lines, blockType);
+
+            std::vector<float> overlapOut(18, 99.0f);
+            std::vector<float> hybrid(18 * mp3HybridStride, 99.0f);
+            std::vector<float> overlapCopy = overlapIn;
+            const float* window = oddSubBand ? tables.imdctWindowOdd[blockType] : tables.imdctWindow[blockType];
+            if (blockType == 2)
+                imdct12(lines.data(), overlapCopy.data(), overlapOut.data(), window, hybrid.data() + 1);
+            else
+                imdct36(lines.data(), overlapCopy.data(), overlapOut.data(), window, hybrid.data() + 1);
+
+            // Odd sub-bands come out with every odd sample negated, overlap included.
+            for (int i = 0; i < 18; ++i)
+            {
+                const double sign = oddSubBand && (i & 1) != 0 ? -1.0 : 1.0;
+                EXPECT_NEAR(hybrid[size_t(1 + i * mp3HybridStride)], sign * expected[size_t(i)] + overlapIn[size_t(i)], 2e-5)
+                    << "type " << blockType << " odd " << oddSubBand << " output " << i;
+                EXPECT_NEAR(overlapOut[size_t(i)], sign * expected[size_t(18 + i)], 2e-5)
+                    << "type " << blockType << " odd " << oddSubBand << " overlap " << i;
+                EXPECT_EQ(hybrid[size_t(i * mp3HybridStride)], 99.0f); // the neighbouring sub-band is untouched
+            }
+        }
+    }
+}
+
+TEST(Mp3Imdct, ShortBlocksLeaveTheEdgesToTheOverlap)
+{
+    const Mp3Tables& tables = GetMp3Tables();
+    std::vector<float> lines = RandomValues(18, 1.0f, 300);
+    std::vector<float> overlapIn = RandomValues(18, 1.0f, 301);
+    std::vector<float> overlapOut(18, 99.0f);
+    std::vector<float> hybrid(18 * mp3HybridStride);
+    imdct12(lines.data(), overlapIn.data(), overlapOut.data(), tables.imdctWindow[2], hybrid.data());
+    for (int i = 0; i < 6; ++i)
+    {
+        EXPECT_EQ(hybrid[size_t(i * mp3HybridStride)], overlapIn[size_t(i)]);
+        EXPECT_EQ(overlapOut[size_t(12 + i)], 0.0f);
+    }
 }
 
 } // namespace
