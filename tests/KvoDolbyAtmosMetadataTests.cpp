@@ -1,0 +1,361 @@
+// DolbyAtmosMetadata: dbmd chunk bodies built byte by byte, parsed from a file as the WAV
+// reader hands them over; every refusal with its text and the function that raises it.
+
+#include <cstdint>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "KvoTestUtilities.h"
+#include "KvoWavTestFiles.h"
+#include "audiofiles/KvoDolbyAtmosMetadata.h"
+#include "core/KvoException.h"
+#include "files/KvoFileReader.h"
+
+namespace kvo
+{
+namespace
+{
+
+using namespace testing;
+
+constexpr uint32_t sync = 0xF8726FBD;
+
+/** A segment: identifier, 16-bit size, payload, and the checksum byte that makes size and payload sum to 0. */
+std::string Segment(int id, const std::string& payload, int checksumError = 0)
+{
+    unsigned sum = payload.size() & 0xFF;
+    for (const char c : payload)
+        sum += uint8_t(c);
+    return Bytes().U8(uint64_t(id)).U16(payload.size()).Text(payload).U8((256 - sum % 256 + checksumError) % 256);
+}
+
+/** The payload of an Atmos segment of size bytes, its fields set. */
+std::string AtmosPayload(const std::string& tool, int major, int minor, int micro, uint8_t warpByte, size_t size = 248)
+{
+    std::string p(248, '\x5A');
+    p.replace(32, 64, Bytes().Field(tool, 64).s);
+    p[96] = char(major);
+    p[97] = char(minor);
+    p[98] = char(micro);
+    p[152] = char(warpByte);
+    p.resize(size, '\x5A');
+    return p;
+}
+
+/** A supplemental payload: sync, the objects' count, trim bytes, render bytes, then extra bytes. */
+std::string SupplementalPayload(uint32_t syncWord, const std::vector<uint8_t>& trimBytes,
+                                const std::vector<uint8_t>& renderBytes, size_t extra = 0, int declaredObjects = -1)
+{
+    Bytes b;
+    b.U32(syncWord).U16(uint64_t(declaredObjects >= 0 ? declaredObjects : int(renderBytes.size()))).U8(0xEE);
+    for (const uint8_t t : trimBytes)
+        b.U8(t).Text(std::string(14, '\x33'));
+    b.Text(std::string(renderBytes.size(), '\x44'));
+    for (const uint8_t r : renderBytes)
+        b.U8(r);
+    return b.Text(std::string(extra, '\x55'));
+}
+
+const std::vector<uint8_t> trims { 0xFF, 0xFE, 0x01, 0x00, 0x03, 0x02, 0x81, 0x80, 0x11 };
+
+/** A chunk body: version, segments, the terminating identifier 0. */
+std::string Body(const std::string& segments, uint32_t version = DolbyAtmosMetadata::supportedDbmdVersion)
+{
+    return Bytes().U32(version).Text(segments).U8(0);
+}
+
+/** The outcome of parsing a body from a file. */
+struct Parse
+{
+    DolbyAtmosMetadata metadata {};
+    std::string message;   // empty when it parsed
+    std::string signature; // of the function that threw
+    std::string report;    // what the exception printed
+    int64_t position = 0;  // the reader's position afterwards
+};
+
+class DolbyAtmosMetadataTest : public ::testing::Test
+{
+protected:
+    /** Parses fileBytes with chunkSize from the start of a file holding them. */
+    Parse Run(const std::string& fileBytes, int chunkSize)
+    {
+        std::ofstream(folder / "chunk.bin", std::ios::binary) << fileBytes;
+        FileReader reader(File(String(folder / "chunk.bin")));
+        Parse parse;
+        ::testing::internal::CaptureStderr();
+        try
+        {
+            parse.metadata = DolbyAtmosMetadata::CreateFrom(reader, chunkSize);
+        }
+        catch (const Exception& e)
+        {
+            parse.message = e.GetMessage().GetStdString();
+            parse.signature = e.GetFunctionSignature().GetStdString();
+        }
+        parse.report = ::testing::internal::GetCapturedStderr();
+        parse.position = reader.GetPosition();
+        return parse;
+    }
+
+    Parse Run(const std::string& body) { return Run(body, int(body.size())); }
+
+    /** The message a body is refused with, checked to be the printed one and to come from function. */
+    std::string Refusal(const std::string& body, const std::string& function)
+    {
+        const Parse parse = Run(body);
+        EXPECT_NE(parse.report.find("\n" + parse.message + "\n"), std::string::npos) << parse.report;
+        EXPECT_NE(parse.signature.find("DolbyAtmosMetadata::" + function + "("), std::string::npos) << parse.signature;
+        return parse.message;
+    }
+
+    TemporaryFolder folder;
+};
+
+// ---------------------------------------------------------------------------------------
+// What is read
+
+TEST_F(DolbyAtmosMetadataTest, BothSegmentsAreReadBehindAnIgnoredOne)
+{
+    const std::vector<uint8_t> render { 0x00, 0xF9, 0x07, 0xFC };
+    const std::string body = Body(Segment(1, "skip me") + Segment(9, AtmosPayload("Renderer 4", 4, 2, 17, 0xFB))
+                                  + Segment(10, SupplementalPayload(sync, trims, render, 3)));
+    const Parse parse = Run(body);
+    ASSERT_EQ(parse.message, "") << parse.report;
+    EXPECT_EQ(parse.report, "");
+    EXPECT_EQ(parse.position, int64_t(body.size()));
+
+    const DolbyAtmosMetadata& m = parse.metadata;
+    EXPECT_TRUE(m.hasAtmosSegment);
+    EXPECT_EQ(std::string(m.contentCreationTool), "Renderer 4");
+    EXPECT_EQ(m.toolVersionMajor, 4);
+    EXPECT_EQ(m.toolVersionMinor, 2);
+    EXPECT_EQ(m.toolVersionMicro, 17);
+    EXPECT_EQ(m.warpMode, 3); // upper five bits dropped
+
+    EXPECT_TRUE(m.hasSupplementalSegment);
+    EXPECT_EQ(m.numObjects, 4);
+    EXPECT_EQ(std::vector<int>(m.objectBinauralRenderMode, m.objectBinauralRenderMode + 4),
+              (std::vector<int> { 0, 1, 7, 4 }));
+    EXPECT_EQ(std::vector<int>(m.trimMode, m.trimMode + 9), (std::vector<int> { 1, 0, 1, 0, 1, 0, 1, 0, 1 }));
+}
+
+TEST_F(DolbyAtmosMetadataTest, ToolTextFillingItsFieldIsTerminated)
+{
+    const Parse parse = Run(Body(Segment(9, AtmosPayload(std::string(64, 'T'), 1, 0, 0, 4))));
+    ASSERT_EQ(parse.message, "");
+    EXPECT_EQ(std::string(parse.metadata.contentCreationTool), std::string(64, 'T'));
+    EXPECT_EQ(parse.metadata.warpMode, 4);
+}
+
+TEST_F(DolbyAtmosMetadataTest, NoSegmentsLeavesBothFlagsFalse)
+{
+    // Whatever follows the terminator is not looked at.
+    const Parse parse = Run(Body("") + Segment(9, "too short"));
+    ASSERT_EQ(parse.message, "");
+    EXPECT_FALSE(parse.metadata.hasAtmosSegment);
+    EXPECT_FALSE(parse.metadata.hasSupplementalSegment);
+}
+
+TEST_F(DolbyAtmosMetadataTest, SkippedSegmentsKeepTheirWrongChecksums)
+{
+    const Parse parse = Run(Body(Segment(1, "abc", 1) + Segment(200, "", 7) + Segment(11, std::string(300, 'x'), 3)));
+    EXPECT_EQ(parse.message, "");
+    EXPECT_EQ(parse.report, "");
+}
+
+TEST_F(DolbyAtmosMetadataTest, ARepeatedSegmentOverridesTheFirst)
+{
+    const Parse parse = Run(Body(Segment(10, SupplementalPayload(sync, trims, { 1, 2, 3 }))
+                                 + Segment(10, SupplementalPayload(sync, trims, { 6 }))));
+    ASSERT_EQ(parse.message, "");
+    EXPECT_EQ(parse.metadata.numObjects, 1);
+    EXPECT_EQ(parse.metadata.objectBinauralRenderMode[0], 6);
+    EXPECT_FALSE(parse.metadata.hasAtmosSegment);
+}
+
+TEST_F(DolbyAtmosMetadataTest, AtMostOneHundredAndTwentyEightObjects)
+{
+    std::vector<uint8_t> render(128);
+    for (size_t i = 0; i < render.size(); ++i)
+        render[i] = uint8_t(i * 37);
+    Parse parse = Run(Body(Segment(10, SupplementalPayload(sync, trims, render))));
+    ASSERT_EQ(parse.message, "");
+    EXPECT_EQ(parse.metadata.numObjects, 128);
+    for (size_t i = 0; i < render.size(); ++i)
+        EXPECT_EQ(parse.metadata.objectBinauralRenderMode[i], int(render[i] & 7)) << i;
+
+    // 129 objects with a sound checksum: refused by the count.
+    render.push_back(1);
+    EXPECT_EQ(Refusal(Body(Segment(10, SupplementalPayload(sync, trims, render))), "parseDolbyAtmosSplmlMetadata"),
+              "Too many objects");
+}
+
+TEST_F(DolbyAtmosMetadataTest, ShortSupplementalSegmentReadsOnIntoWhatFollows)
+{
+    // A segment of only the sync word and the count: the skipped byte is its checksum, the
+    // trim records come from the bytes after it, and the walk goes on behind them.
+    const std::string segment = Segment(10, Bytes().U32(sync).U16(0));
+    std::string records;
+    for (const uint8_t t : trims)
+        records += Bytes().U8(t).Text(std::string(14, '\0')).s;
+    const Parse parse = Run(Body(segment + records));
+    ASSERT_EQ(parse.message, "") << parse.report;
+    EXPECT_EQ(parse.metadata.numObjects, 0);
+    EXPECT_EQ(std::vector<int>(parse.metadata.trimMode, parse.metadata.trimMode + 9),
+              (std::vector<int> { 1, 0, 1, 0, 1, 0, 1, 0, 1 }));
+
+    // Without those bytes the reading would leave the chunk.
+    EXPECT_EQ(Refusal(Body(segment), "readLittleEndianField"), "Segment runs past the end of 'dbmd' chunk");
+}
+
+// ---------------------------------------------------------------------------------------
+// Chunk size and version
+
+TEST_F(DolbyAtmosMetadataTest, SixThousandOneHundredAndFortyFourBytesAtMost)
+{
+    std::string body = Body(Segment(9, AtmosPayload("x", 1, 2, 3, 0)));
+    body.resize(6144, '\xAB'); // what follows the terminator is not read as segments
+    Parse parse = Run(body + "tail", 6144);
+    ASSERT_EQ(parse.message, "");
+    EXPECT_TRUE(parse.metadata.hasAtmosSegment);
+    EXPECT_EQ(parse.position, 6144);
+
+    body += "z";
+    parse = Run(body, 6145);
+    EXPECT_EQ(parse.message, "Invalid chunk size for 'dbmd'");
+    EXPECT_NE(parse.signature.find("DolbyAtmosMetadata::CreateFrom("), std::string::npos);
+    EXPECT_EQ(parse.position, 0); // refused before a byte was read
+
+    // A size of 2 GiB or more arrives negative, and is just as much too large.
+    parse = Run(body, -2);
+    EXPECT_EQ(parse.message, "Invalid chunk size for 'dbmd'");
+    EXPECT_EQ(parse.position, 0);
+}
+
+TEST_F(DolbyAtmosMetadataTest, VersionsUpToTheSupportedOne)
+{
+    for (const uint32_t version : { 0x01000007u, 0x00FFFFFFu, 0x01000006u, 0x00000000u, 0x000000FFu })
+        EXPECT_EQ(Run(Body("", version)).message, "") << std::hex << version;
+    for (const uint32_t version : { 0x01000008u, 0x02000000u, 0x01010000u, 0x01000100u, 0xFF000000u })
+        EXPECT_EQ(Refusal(Body("", version), "CreateFrom"), "Newer (unsupported) version for 'dbmd' chunk")
+            << std::hex << version;
+}
+
+// ---------------------------------------------------------------------------------------
+// Refusals of the segments
+
+TEST_F(DolbyAtmosMetadataTest, AtmosSegmentOfAnotherSizeIsRefused)
+{
+    for (const size_t size : { 247u, 249u, 0u })
+        EXPECT_EQ(Refusal(Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0, size))), "parseDolbyAtmosMetadata"),
+                  "unsupported segment size")
+            << size;
+}
+
+TEST_F(DolbyAtmosMetadataTest, WrongChecksumsOfReadSegments)
+{
+    EXPECT_EQ(Refusal(Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0), 1)), "parseDolbyAtmosMetadata"),
+              "invalid checksum");
+    EXPECT_EQ(Refusal(Body(Segment(10, SupplementalPayload(sync, trims, { 1 }), 255)), "parseDolbyAtmosSplmlMetadata"),
+              "invalid checksum");
+    // The checksum is looked at before the sync word.
+    EXPECT_EQ(Refusal(Body(Segment(10, SupplementalPayload(0x12345678, trims, { 1 }), 1)),
+                      "parseDolbyAtmosSplmlMetadata"),
+              "invalid checksum");
+    EXPECT_EQ(Refusal(Body(Segment(10, SupplementalPayload(0x12345678, trims, { 1 }))), "parseDolbyAtmosSplmlMetadata"),
+              "Bad DASMS Sync");
+}
+
+TEST_F(DolbyAtmosMetadataTest, ChecksumCountsTheSizesLowByteOnly)
+{
+    // A size of 260: only its low byte, 4, takes part, so counting the high byte as well
+    // would ask for a checksum one lower.
+    const std::string payload = SupplementalPayload(sync, trims, {}, 260 - 142);
+    ASSERT_EQ(payload.size(), 260u);
+    EXPECT_EQ(Run(Body(Segment(10, payload))).message, "");
+    EXPECT_EQ(Run(Body(Segment(10, payload, 255))).message, "invalid checksum");
+}
+
+// ---------------------------------------------------------------------------------------
+// Chunks that end too soon
+
+TEST_F(DolbyAtmosMetadataTest, ChunksEndingTooSoonAreRefused)
+{
+    const std::string overrun = "Segment runs past the end of 'dbmd' chunk";
+    EXPECT_EQ(Refusal("", "CreateFrom"), "Truncated 'dbmd' chunk");
+    EXPECT_EQ(Refusal(std::string("\x07\x00\x00", 3), "CreateFrom"), "Truncated 'dbmd' chunk");
+    EXPECT_EQ(Refusal(Bytes().U32(0x01000007), "CreateFrom"), "Missing end of segments in 'dbmd' chunk");
+    EXPECT_EQ(Refusal(Bytes().U32(0x01000007).Text(Segment(1, "abc")), "CreateFrom"),
+              "Missing end of segments in 'dbmd' chunk");
+    EXPECT_EQ(Refusal(Bytes().U32(0x01000007).U8(1).U8(5), "readLittleEndianField"), overrun); // half a size
+    EXPECT_EQ(Refusal(Bytes().U32(0x01000007).U8(1).U16(100).Text("abc"), "readLittleEndianField"), overrun);
+
+    std::string atmos = Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0)));
+    atmos.resize(atmos.size() - 2); // the checksum byte is the last one left
+    EXPECT_EQ(Refusal(atmos, "parseDolbyAtmosMetadata"), overrun);
+    std::string supplemental = Body(Segment(10, SupplementalPayload(sync, trims, { 1, 2 })));
+    supplemental.resize(supplemental.size() - 2);
+    EXPECT_EQ(Refusal(supplemental, "parseDolbyAtmosSplmlMetadata"), overrun);
+}
+
+TEST_F(DolbyAtmosMetadataTest, TheFileEndingFirstShortensTheChunk)
+{
+    const std::string body = Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0)));
+    // Stated larger than the file holds: the walk keeps to the bytes read.
+    Parse parse = Run(body, int(body.size()) + 100);
+    EXPECT_EQ(parse.message, "");
+    parse = Run(body.substr(0, 100), int(body.size()));
+    EXPECT_EQ(parse.message, "Segment runs past the end of 'dbmd' chunk");
+}
+
+// ---------------------------------------------------------------------------------------
+// The field reader and the label tables
+
+TEST(DolbyAtmosFieldReader, LittleEndianValuesAndSkips)
+{
+    unsigned char bytes[40] { 0x01, 0x02, 0x03, 0x04, 0xFF, 0xEE };
+    unsigned char* cursor = bytes;
+    const unsigned char* end = bytes + sizeof bytes;
+
+    EXPECT_EQ(DolbyAtmosMetadata::readLittleEndianField(0, &cursor, end), 0u);
+    EXPECT_EQ(DolbyAtmosMetadata::readLittleEndianField(-3, &cursor, end), 0u);
+    EXPECT_EQ(cursor, bytes);
+    EXPECT_EQ(DolbyAtmosMetadata::readLittleEndianField(4, &cursor, end), 0x04030201u);
+    EXPECT_EQ(DolbyAtmosMetadata::readLittleEndianField(1, &cursor, end), 0xFFu);
+    EXPECT_EQ(DolbyAtmosMetadata::readLittleEndianField(2, &cursor, end), 0x00EEu);
+    EXPECT_EQ(cursor, bytes + 7);
+    DolbyAtmosMetadata::readLittleEndianField(33, &cursor, end);
+    EXPECT_EQ(cursor, end);
+
+    ::testing::internal::CaptureStderr();
+    EXPECT_THROW(DolbyAtmosMetadata::readLittleEndianField(1, &cursor, end), Exception);
+    ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(cursor, end);
+}
+
+TEST(DolbyAtmosLabels, TablesAndIndicesPastTheirEnds)
+{
+    using M = DolbyAtmosMetadata;
+    EXPECT_STREQ(M::labelFor(M::warpModeLabels, 0), "normal");
+    EXPECT_STREQ(M::labelFor(M::warpModeLabels, 2), "downmix Dolby Pro Logic IIx");
+    EXPECT_STREQ(M::labelFor(M::warpModeLabels, 3), "downmix LoRo");
+    EXPECT_STREQ(M::labelFor(M::warpModeLabels, 4), "not indicated (Default warping will be applied.)");
+    EXPECT_EQ(M::labelFor(M::warpModeLabels, 5), nullptr);
+    EXPECT_EQ(M::labelFor(M::warpModeLabels, -1), nullptr);
+    EXPECT_STREQ(M::labelFor(M::binauralRenderModeLabels, 3), "mid");
+    EXPECT_STREQ(M::labelFor(M::binauralRenderModeLabels, 4), "not indicated");
+    EXPECT_EQ(M::labelFor(M::binauralRenderModeLabels, 7), nullptr);
+    EXPECT_STREQ(M::labelFor(M::trimConfigurationLabels, 0), "2.0");
+    EXPECT_STREQ(M::labelFor(M::trimConfigurationLabels, 8), "7.1.4");
+    EXPECT_EQ(M::labelFor(M::trimConfigurationLabels, 9), nullptr);
+    EXPECT_STREQ(M::labelFor(M::trimModeLabels, 1), "automatic");
+    EXPECT_EQ(M::labelFor(M::trimModeLabels, 2), nullptr);
+    EXPECT_EQ(M::supportedDbmdVersion, 0x01000007u);
+}
+
+} // namespace
+} // namespace kvo
