@@ -61,7 +61,7 @@ DolbyAtmosMetadata DolbyAtmosMetadata::CreateFrom(FileReader& reader, const int 
     const int64_t numRead = reader.ReadIntoMemoryBlock(block, chunkSize);
     // Fewer bytes when the file ends first: the walk keeps to those that were read.
     unsigned char* cursor = block.data;
-    const unsigned char* const end = block.data + (numRead > 0 ? numRead : 0);
+    const unsigned char* const end = numRead > 0 ? block.data + numRead : block.data;
 
     DolbyAtmosMetadata metadata {};
     metadata.hasAtmosSegment = false;

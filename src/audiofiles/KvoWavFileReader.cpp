@@ -161,7 +161,7 @@ String UmidText(const std::array<char, bextFixedSize>& bytes)
     return ContainsOnly(text, '0') ? String() : text;
 }
 
-/** A whole value held within the 64-bit range, so that no size of a reference can overflow. */
+/** A part of the translated time as an integer; held within 64 bits, which a huge reference at a low rate would leave. */
 long long Whole(double value)
 {
     constexpr double limit = 9.2e18;
