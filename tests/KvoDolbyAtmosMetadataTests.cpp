@@ -2,12 +2,13 @@
 // reader hands them over; every refusal with its text and the function that raises it.
 
 #include <cstdint>
-#include <fstream>
+#include <iostream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "KvoStreamCapture.h"
 #include "KvoTestUtilities.h"
 #include "KvoWavTestFiles.h"
 #include "audiofiles/KvoDolbyAtmosMetadata.h"
@@ -83,10 +84,10 @@ protected:
     /** Parses fileBytes with chunkSize from the start of a file holding them. */
     Parse Run(const std::string& fileBytes, int chunkSize)
     {
-        std::ofstream(folder / "chunk.bin", std::ios::binary) << fileBytes;
+        WriteWholeFile(folder / "chunk.bin", fileBytes);
         FileReader reader(File(String(folder / "chunk.bin")));
         Parse parse;
-        ::testing::internal::CaptureStderr();
+        StreamCapture err(std::cerr);
         try
         {
             parse.metadata = DolbyAtmosMetadata::CreateFrom(reader, chunkSize);
@@ -96,7 +97,7 @@ protected:
             parse.message = e.GetMessage().GetStdString();
             parse.signature = e.GetFunctionSignature().GetStdString();
         }
-        parse.report = ::testing::internal::GetCapturedStderr();
+        parse.report = err.GetText();
         parse.position = reader.GetPosition();
         return parse;
     }
@@ -331,9 +332,9 @@ TEST(DolbyAtmosFieldReader, LittleEndianValuesAndSkips)
     DolbyAtmosMetadata::readLittleEndianField(33, &cursor, end);
     EXPECT_EQ(cursor, end);
 
-    ::testing::internal::CaptureStderr();
-    EXPECT_THROW(DolbyAtmosMetadata::readLittleEndianField(1, &cursor, end), Exception);
-    ::testing::internal::GetCapturedStderr();
+    StreamCapture err(std::cerr);
+    EXPECT_EQ(MessageOf([&] { DolbyAtmosMetadata::readLittleEndianField(1, &cursor, end); }),
+              "Segment runs past the end of 'dbmd' chunk");
     EXPECT_EQ(cursor, end);
 }
 

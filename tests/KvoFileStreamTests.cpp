@@ -1,6 +1,6 @@
-// FileReader and FileWriter seen from the system calls they make: lazy seeking, retried
-// short and interrupted transfers, failures mid-way, pieces of very large counts, and
-// the exact bytes of every write.
+// FileReader and FileWriter on real files and seen from the system calls they make: lazy
+// seeking, retried short and interrupted transfers, failures mid-way, pieces of very large
+// counts, the exact bytes of every write, and the files and folders they refuse.
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -87,17 +86,6 @@ int64_t failWith(int error)
     return -1;
 }
 
-void writeText(const std::string& path, const std::string& text)
-{
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string readText(const std::string& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    return { std::istreambuf_iterator<char>(stream), {} };
-}
-
 File fileAt(const std::string& path)
 {
     return File(path.c_str());
@@ -128,7 +116,7 @@ constexpr int64_t gibibyte = int64_t(1) << 30;
 TEST(FileStreamReader, SeeksOnlyWhenAReadNeedsIt)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "0123456789");
+    WriteWholeFile(folder / "f", "0123456789");
     FileReader reader(fileAt(folder / "f"));
     SystemCallSpy spy;
     char bytes[8] = {};
@@ -162,28 +150,10 @@ TEST(FileStreamReader, SeeksOnlyWhenAReadNeedsIt)
     EXPECT_EQ(spy.log, (Log { "read 1" }));
 }
 
-TEST(FileStreamReader, AFailedSeekStaysPending)
-{
-    TemporaryFolder folder;
-    writeText(folder / "f", "abcdef");
-    FileReader reader(fileAt(folder / "f"));
-    reader.SetPosition(4);
-    SystemCallSpy spy;
-    spy.seek = [](int, int64_t, int) { return failWith(EIO); };
-    char bytes[2] = {};
-    EXPECT_EQ(reader.Read(bytes, 2), 0);
-    EXPECT_EQ(reader.GetPosition(), 4);
-
-    spy.seek = details::GetSystemFileCalls().seek;
-    EXPECT_EQ(reader.Read(bytes, 2), 2);
-    EXPECT_EQ(std::string(bytes, 2), "ef");
-    EXPECT_EQ(spy.log, (Log { "seek 4", "seek 4", "read 2" }));
-}
-
 TEST(FileStreamReader, ShortAndInterruptedReadsAreRetried)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "abcdefghij");
+    WriteWholeFile(folder / "f", "abcdefghij");
     FileReader reader(fileAt(folder / "f"));
     SystemCallSpy spy;
     int calls = 0;
@@ -199,45 +169,39 @@ TEST(FileStreamReader, ShortAndInterruptedReadsAreRetried)
     EXPECT_EQ(spy.log, (Log { "seek 0", "read 9", "read 6", "read 6", "read 3", "read 3" }));
 }
 
-TEST(FileStreamReader, AFailureMidwayDeliversWhatCameBefore)
+TEST(FileStreamReader, FailuresDeliverWhatCameBeforeAndAFailedSeekStaysPending)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "abcdefghij");
+    WriteWholeFile(folder / "f", "abcdefghij");
     FileReader reader(fileAt(folder / "f"));
     SystemCallSpy spy;
+    char bytes[10] = {};
+    reader.SetPosition(6);
+    spy.seek = [](int, int64_t, int) { return failWith(EIO); };
+    EXPECT_EQ(reader.Read(bytes, 2), 0);
+    EXPECT_EQ(reader.GetPosition(), 6);
+    spy.seek = details::GetSystemFileCalls().seek;
+    EXPECT_EQ(reader.Read(bytes, 2), 2);
+    EXPECT_EQ(std::string(bytes, 2), "gh");
+    EXPECT_EQ(spy.log, (Log { "seek 6", "seek 6", "read 2" }));
+
+    reader.SetPosition(0);
     bool first = true;
     spy.read = [&first](int handle, void* dest, uint64_t numBytes) {
         if (!std::exchange(first, false))
             return failWith(EIO);
         return details::GetSystemFileCalls().read(handle, dest, std::min<uint64_t>(numBytes, 4));
     };
-    char bytes[10] = {};
     EXPECT_EQ(reader.Read(bytes, 10), 4);
     EXPECT_EQ(reader.GetPosition(), 4);
     EXPECT_EQ(reader.Read(bytes, 10), 0); // the failure is no exception
     EXPECT_EQ(reader.GetPosition(), 4);
 }
 
-TEST(FileStreamReader, HugeCountsAreReadInPieces)
-{
-    TemporaryFolder folder;
-    writeText(folder / "f", "x");
-    FileReader reader(fileAt(folder / "f"));
-    const int64_t count = 3 * gibibyte + 5;
-    UntouchedBytes dest(static_cast<size_t>(count));
-    ASSERT_NE(dest.Get(), nullptr);
-    SystemCallSpy spy;
-    spy.read = [](int, void*, uint64_t numBytes) { return static_cast<int64_t>(numBytes); };
-    EXPECT_EQ(reader.Read(dest.Get(), count), count);
-    EXPECT_EQ(reader.GetPosition(), count);
-    const std::string piece = "read " + std::to_string(gibibyte);
-    EXPECT_EQ(spy.log, (Log { "seek 0", piece, piece, piece, "read 5" }));
-}
-
 TEST(FileStreamReader, AGrowingFileKeepsItsOpeningLength)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "abc");
+    WriteWholeFile(folder / "f", "abc");
     FileReader reader(fileAt(folder / "f"));
     std::ofstream(folder / "f", std::ios::binary | std::ios::app) << "defg";
 
@@ -259,7 +223,7 @@ TEST(FileStreamReader, AGrowingFileKeepsItsOpeningLength)
 TEST(FileStreamReader, CopiesDoNotShareTheSystemsPosition)
 {
     TemporaryFolder folder;
-    writeText(folder / "f", "abcdefgh");
+    WriteWholeFile(folder / "f", "abcdefgh");
     FileReader original(fileAt(folder / "f"));
     char a[2], b[4];
     ASSERT_EQ(original.Read(a, 2), 2);
@@ -270,10 +234,12 @@ TEST(FileStreamReader, CopiesDoNotShareTheSystemsPosition)
     EXPECT_EQ(std::string(a, 2), "cd");
 }
 
-TEST(FileStreamReader, LinksAndSocketsAreRefused)
+TEST(FileStreamReader, MissingFilesFoldersLinksAndSocketsAreRefused)
 {
     TemporaryFolder folder;
     StreamCapture err(std::cerr);
+    EXPECT_THROW(FileReader(fileAt(folder / "missing")), exceptions::NoSuchFile);
+    EXPECT_THROW(FileReader(fileAt(folder.GetPath())), exceptions::NoSuchFile);
     ASSERT_EQ(::symlink((folder / "nowhere").c_str(), (folder / "dangling").c_str()), 0);
     EXPECT_THROW(FileReader(fileAt(folder / "dangling")), exceptions::NoSuchFile);
 
@@ -290,33 +256,34 @@ TEST(FileStreamReader, LinksAndSocketsAreRefused)
     EXPECT_NE(err.GetText().find("Could not open file \"" + path + "\". Unsupported format?"), std::string::npos);
 }
 
-TEST(FileStreamWriter, BoundaryValuesKeepTheirBytes)
+TEST(FileStreamWriter, EveryWriteHasItsByteOrder)
 {
     TemporaryFolder folder;
     {
-        FileWriter writer(fileAt(folder / "out"));
+        FileWriter writer(fileAt(folder / "new/sub/out")); // the folders are made
+        EXPECT_TRUE(writer.WriteByte(0xAB));
+        EXPECT_TRUE(writer.WriteInt16(0x1234));
         EXPECT_TRUE(writer.WriteInt16BigEndian(INT16_MIN));
-        EXPECT_TRUE(writer.WriteInt16(INT16_MIN));
-        EXPECT_TRUE(writer.WriteInt32BigEndian(1));
+        EXPECT_TRUE(writer.WriteInt32(0x01020304));
         EXPECT_TRUE(writer.WriteInt32BigEndian(-2));
-        EXPECT_TRUE(writer.WriteInt32(INT32_MIN));
-        EXPECT_TRUE(writer.WriteInt64(-2));
+        EXPECT_TRUE(writer.WriteInt64(0x0102030405060708));
         EXPECT_TRUE(writer.WriteInt64(INT64_MIN));
-        EXPECT_TRUE(writer.WriteByte(0xFF));
+        EXPECT_TRUE(writer.WriteRepeatedByte(0x7F, 2));
         EXPECT_TRUE(writer.WriteRepeatedByte(0, 0));
-        EXPECT_TRUE(writer.Write(MemoryBlock()));
-        EXPECT_EQ(writer.GetPosition(), 2 + 2 + 4 + 4 + 4 + 8 + 8 + 1);
+        EXPECT_TRUE(writer.Write("xy", 2));
+        EXPECT_TRUE(writer.Write(MemoryBlock(2, true)));
+        EXPECT_EQ(writer.GetPosition(), 1 + 2 + 2 + 4 + 4 + 8 + 8 + 2 + 2 + 2);
     }
-    const std::string expected("\x80\x00" "\x00\x80" "\x00\x00\x00\x01" "\xFF\xFF\xFF\xFE" "\x00\x00\x00\x80"
-                               "\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF" "\x00\x00\x00\x00\x00\x00\x00\x80" "\xFF",
-                               33);
-    EXPECT_EQ(readText(folder / "out"), expected);
+    const std::string expected("\xAB" "\x34\x12" "\x80\x00" "\x04\x03\x02\x01" "\xFF\xFF\xFF\xFE"
+                               "\x08\x07\x06\x05\x04\x03\x02\x01" "\x00\x00\x00\x00\x00\x00\x00\x80"
+                               "\x7F\x7F" "xy" "\x00\x00", 35);
+    EXPECT_EQ(ReadWholeFile(folder / "new/sub/out"), expected);
 }
 
 TEST(FileStreamWriter, HeaderRewriteInTheMiddleThenBackToTheEnd)
 {
     TemporaryFolder folder;
-    writeText(folder / "out", "old");
+    WriteWholeFile(folder / "out", "old");
     {
         FileWriter writer(fileAt(folder / "out"));
         const int64_t headerPosition = writer.GetPosition();
@@ -329,10 +296,11 @@ TEST(FileStreamWriter, HeaderRewriteInTheMiddleThenBackToTheEnd)
         EXPECT_TRUE(writer.SetPosition(headerPosition + 4));
         EXPECT_TRUE(writer.WriteInt32BigEndian(static_cast<int32_t>(end - headerPosition)));
         EXPECT_TRUE(writer.SetPosition(end));
+        EXPECT_TRUE(writer.SetPosition(end)); // where it already is
         EXPECT_TRUE(writer.WriteByte('!'));
         EXPECT_EQ(writer.GetPosition(), end + 1);
     }
-    EXPECT_EQ(readText(folder / "out"), std::string("oldHDR_\x00\x00\x00\x0C" "data!", 16));
+    EXPECT_EQ(ReadWholeFile(folder / "out"), std::string("oldHDR_\x00\x00\x00\x0C" "data!", 16));
 }
 
 TEST(FileStreamWriter, PositionsAreSoughtOnlyWhenTheyChange)
@@ -349,7 +317,7 @@ TEST(FileStreamWriter, PositionsAreSoughtOnlyWhenTheyChange)
     EXPECT_TRUE(writer.SetPosition(3));
     EXPECT_TRUE(writer.WriteRepeatedByte('z', 2));
     EXPECT_EQ(spy.log, (Log { "seek -1", "seek 3", "write 1", "write 1" }));
-    EXPECT_EQ(readText(folder / "out"), std::string("\0\0\0zz", 5));
+    EXPECT_EQ(ReadWholeFile(folder / "out"), std::string("\0\0\0zz", 5));
 }
 
 TEST(FileStreamWriter, ShortInterruptedAndFailedWrites)
@@ -375,22 +343,28 @@ TEST(FileStreamWriter, ShortInterruptedAndFailedWrites)
     EXPECT_EQ(writer.GetPosition(), 6); // what went out counts
     EXPECT_FALSE(writer.WriteByte('!'));
     EXPECT_EQ(writer.GetPosition(), 6);
-    EXPECT_EQ(readText(folder / "out"), "abcdxy");
+    EXPECT_EQ(ReadWholeFile(folder / "out"), "abcdxy");
 }
 
-TEST(FileStreamWriter, HugeCountsAreWrittenInPieces)
+TEST(FileStream, HugeCountsAreReadAndWrittenInPieces)
 {
     TemporaryFolder folder;
+    WriteWholeFile(folder / "f", "x");
+    FileReader reader(fileAt(folder / "f"));
     FileWriter writer(fileAt(folder / "out"));
     const int64_t count = 3 * gibibyte + 5;
-    UntouchedBytes source(static_cast<size_t>(count));
-    ASSERT_NE(source.Get(), nullptr);
+    UntouchedBytes bytes(static_cast<size_t>(count));
+    ASSERT_NE(bytes.Get(), nullptr);
     SystemCallSpy spy;
+    spy.read = [](int, void*, uint64_t numBytes) { return static_cast<int64_t>(numBytes); };
     spy.write = [](int, const void*, uint64_t numBytes) { return static_cast<int64_t>(numBytes); };
-    EXPECT_TRUE(writer.Write(source.Get(), static_cast<uint64_t>(count)));
+    EXPECT_EQ(reader.Read(bytes.Get(), count), count);
+    EXPECT_TRUE(writer.Write(bytes.Get(), static_cast<uint64_t>(count)));
+    EXPECT_EQ(reader.GetPosition(), count);
     EXPECT_EQ(writer.GetPosition(), count);
-    const std::string piece = "write " + std::to_string(gibibyte);
-    EXPECT_EQ(spy.log, (Log { piece, piece, piece, "write 5" }));
+    const std::string read = "read " + std::to_string(gibibyte);
+    const std::string write = "write " + std::to_string(gibibyte);
+    EXPECT_EQ(spy.log, (Log { "seek 0", read, read, read, "read 5", write, write, write, "write 5" }));
 }
 
 TEST(FileStreamWriter, AFolderTakesNothingAndCostsNoCall)
@@ -402,16 +376,29 @@ TEST(FileStreamWriter, AFolderTakesNothingAndCostsNoCall)
     EXPECT_FALSE(writer.Write("ab", 2));
     EXPECT_FALSE(writer.WriteByte(1));
     EXPECT_FALSE(writer.WriteRepeatedByte(1, 3));
-    EXPECT_FALSE(writer.WriteInt16(1));
     EXPECT_FALSE(writer.WriteInt16BigEndian(1));
-    EXPECT_FALSE(writer.WriteInt32(1));
-    EXPECT_FALSE(writer.WriteInt32BigEndian(1));
     EXPECT_FALSE(writer.WriteInt64(1));
     EXPECT_FALSE(writer.SetPosition(-1));
     EXPECT_FALSE(writer.SetPosition(5));
     EXPECT_EQ(writer.GetPosition(), 0);
     EXPECT_TRUE(spy.log.empty());
     EXPECT_TRUE(std::filesystem::is_empty(folder.GetPath()));
+}
+
+TEST(FileStreamWriter, AFileInTheWayOfTheFolderThrowsAndAFullDeviceFails)
+{
+    TemporaryFolder folder;
+    WriteWholeFile(folder / "plain", "x");
+    StreamCapture err(std::cerr);
+    EXPECT_EQ(MessageOf([&] { FileWriter writer(fileAt(folder / "plain/sub/out")); }),
+              "Couldn't create or write in folder \"" + folder / "plain/sub" + "\"");
+
+    if (!File("/dev/full").Exists())
+        GTEST_SKIP() << "no /dev/full";
+    FileWriter writer(File("/dev/full"));
+    ASSERT_TRUE(writer.IsOpen());
+    EXPECT_FALSE(writer.WriteInt32(5));
+    EXPECT_EQ(writer.GetPosition(), 0);
 }
 
 } // namespace

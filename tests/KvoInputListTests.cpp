@@ -19,29 +19,6 @@ namespace kvo::testing
 namespace
 {
 
-/** Sets HOME for one test and puts the old value back. */
-class ScopedHome
-{
-public:
-    explicit ScopedHome(const std::string& value)
-    {
-        if (const char* old = std::getenv("HOME"))
-            previous = old, hadValue = true;
-        ::setenv("HOME", value.c_str(), 1);
-    }
-    ~ScopedHome()
-    {
-        if (hadValue)
-            ::setenv("HOME", previous.c_str(), 1);
-        else
-            ::unsetenv("HOME");
-    }
-
-private:
-    std::string previous;
-    bool hadValue = false;
-};
-
 /**
     A chain of folders, each holding "f.wav" and the next, deeper than the system's path
     limit. It is built and removed through folder handles, since the deep end has no path
@@ -81,15 +58,6 @@ private:
 class InputList : public ::testing::Test
 {
 protected:
-    InputList()
-    {
-        char buffer[4096];
-        previousFolder = ::getcwd(buffer, sizeof(buffer));
-        char real[4096];
-        root = ::realpath(folder.GetPath().c_str(), real);
-        EXPECT_EQ(::chdir(root.c_str()), 0);
-    }
-    ~InputList() override { EXPECT_EQ(::chdir(previousFolder.c_str()), 0); }
 
     void touch(const std::string& name) { std::ofstream(root + "/" + name) << "x"; }
     void makeFolder(const std::string& name) { ::mkdir((root + "/" + name).c_str(), 0777); }
@@ -122,8 +90,8 @@ protected:
     }
 
     TemporaryFolder folder;
-    std::string root;
-    std::string previousFolder;
+    const std::string root = RealPath(folder.GetPath());
+    ScopedWorkingDirectory inside { root };
 };
 
 using Names = std::vector<std::string>;
@@ -145,17 +113,20 @@ TEST_F(InputList, PlainPathsAndEscapedBlanks)
     EXPECT_EQ(expand("  missing.wav  "), (Names { "missing.wav" })); // existence is checked later
     makeFolder("folder");
     EXPECT_EQ(expand("folder"), Names {});
+    makeFolder("my dir");
+    touch("my dir/a b.wav");
+    EXPECT_EQ(expand("my\\ dir/*.wav"), (Names { "my dir/a b.wav" }));
+    EXPECT_EQ(expand("  my dir/a?b.wav "), (Names { "my dir/a b.wav" }));
 }
 
-TEST_F(InputList, WildcardsInTheWorkingFolderSortByNameAndDropFolders)
+TEST_F(InputList, WildcardsInTheWorkingFolderSortWithoutCaseThenByteByByteAndDropFolders)
 {
-    touch("b.wav");
-    touch("A.wav");
-    touch("a.WAV");
-    touch("c.aif");
-    touch(".h.wav");
+    for (const char* name : { "b.wav", "A.wav", "a.WAV", "_x.wav", "\xC3\xA9.wav", "Z1.wav", "c.aif", ".h.wav" })
+        touch(name);
     makeFolder("y.wav");
-    EXPECT_EQ(expand("*.wav"), (Names { "A.wav", "a.WAV", "b.wav" }));
+    // "_" sorts before letters because names compare in lower case; bytes above 127 come last.
+    EXPECT_EQ(expand("*.wav"), (Names { "_x.wav", "A.wav", "a.WAV", "b.wav", "Z1.wav", "\xC3\xA9.wav" }));
+    EXPECT_EQ(expand("*.WAV"), expand("*.wav"));
     EXPECT_EQ(expand("?.wav"), (Names { "A.wav", "a.WAV", "b.wav" }));
 }
 
@@ -186,10 +157,12 @@ TEST_F(InputList, HomeExpandsInWildcardForms)
     makeFolder("home/sub");
     touch("home/sub/t.wav");
     touch("home/sub/u.aif");
-    ScopedHome home(root + "/home");
+    ScopedEnvironment home("HOME", (root + "/home").c_str());
     EXPECT_EQ(expand("~/sub/*.wav"), (Names { "home/sub/t.wav" }));
     EXPECT_EQ(expand("~/*.wav", recursive), (Names { "home/sub/t.wav" }));
     EXPECT_EQ(expand("~/sub/t.wav, ~/sub/u.aif"), (Names { "home/sub/t.wav", "home/sub/u.aif" }));
+    ScopedEnvironment missingHome("HOME", (root + "/nobody-home").c_str());
+    EXPECT_EQ(expand("~/*.wav", recursive), Names {});
 }
 
 TEST_F(InputList, SeveralPatternsFindNextToNothingUnlessRecursive)
@@ -198,15 +171,6 @@ TEST_F(InputList, SeveralPatternsFindNextToNothingUnlessRecursive)
     touch("b.aif");
     EXPECT_EQ(expand("*.wav;*.aif"), Names {});
     EXPECT_EQ(expand("*.wav;*.aif", recursive), (Names { "a.wav", "b.aif" }));
-}
-
-TEST_F(InputList, NamesSortWithoutCaseThenByteByByte)
-{
-    for (const char* name : { "B.wav", "_x.wav", "a.wav", "A.wav", "\xC3\xA9.wav", "z.wav", "Z1.wav" })
-        touch(name);
-    // "_" sorts before letters because names compare in lower case; bytes above 127 come last.
-    EXPECT_EQ(expand("*.wav"), (Names { "_x.wav", "A.wav", "a.wav", "B.wav", "z.wav", "Z1.wav", "\xC3\xA9.wav" }));
-    EXPECT_EQ(expand("*.WAV"), expand("*.wav"));
 }
 
 TEST_F(InputList, HiddenNamesAreLeftOutOfWildcardFormsOnly)
@@ -238,21 +202,6 @@ TEST_F(InputList, RecursionWalksDepthFirstWhereItMeetsEachFolder)
     EXPECT_EQ(expand("r/*.wav", recursive), all);
     EXPECT_EQ(expand("*.wav", recursive), all);
     EXPECT_EQ(expand("r/*.wav"), (Names { "r/a.wav", "r/c.wav" }));
-}
-
-TEST_F(InputList, EscapedBlanksReachTheFolderPart)
-{
-    makeFolder("my dir");
-    touch("my dir/a b.wav");
-    EXPECT_EQ(expand("my\\ dir/*.wav"), (Names { "my dir/a b.wav" }));
-    EXPECT_EQ(expand("  my dir/a?b.wav "), (Names { "my dir/a b.wav" }));
-}
-
-TEST_F(InputList, HomeFolderThatIsMissingGivesNothing)
-{
-    ScopedHome home(root + "/nobody-home");
-    EXPECT_EQ(expand("~/*.wav"), Names {});
-    EXPECT_EQ(expand("~/sub/*.wav", recursive), Names {});
 }
 
 TEST_F(InputList, LinkedFoldersAreWalkedButLoopsEnd)
@@ -324,27 +273,14 @@ TEST_F(InputList, FolderIteratorReturnsAFolderBeforeItsContents)
     EXPECT_EQ(walk("top", "*", 3, notRecursive), (Names { "top/g", "top/mid/" }));
 }
 
-TEST_F(InputList, FolderIteratorTriesAMissingFolderAgain)
+TEST_F(InputList, FolderIteratorTriesAMissingFolderAgainAndCanShowHiddenEntries)
 {
-    DirectoryIterator iterator(File((root + "/later").c_str()), notRecursive, "*", 3, true);
+    DirectoryIterator iterator(File((root + "/later").c_str()), recursive, "*", 3, false);
     EXPECT_FALSE(iterator.Next(nullptr, nullptr));
     makeFolder("later");
-    touch("later/f");
-    bool isDirectory = true;
-    bool isHidden = true;
-    ASSERT_TRUE(iterator.Next(&isDirectory, &isHidden));
-    EXPECT_EQ(iterator.GetFile().GetFullPath().GetStdString(), root + "/later/f");
-    EXPECT_FALSE(isDirectory);
-    EXPECT_FALSE(isHidden);
-    EXPECT_FALSE(iterator.Next(nullptr, nullptr));
-}
-
-TEST_F(InputList, FolderIteratorCanShowHiddenEntries)
-{
-    makeFolder(".h");
-    touch(".h/f");
-    touch(".g");
-    DirectoryIterator iterator(File(root.c_str()), recursive, "*", 3, false);
+    makeFolder("later/.h");
+    touch("later/.h/f");
+    touch("later/.g");
     Names seen;
     bool isHidden = false;
     while (iterator.Next(nullptr, &isHidden))

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -17,12 +16,12 @@ namespace
 
 std::string le16(uint32_t v)
 {
-    return {static_cast<char>(v & 0xFF), static_cast<char>((v >> 8) & 0xFF)};
+    return LittleEndian(v, 2);
 }
 
 std::string le32(uint32_t v)
 {
-    return le16(v & 0xFFFF) + le16(v >> 16);
+    return LittleEndian(v, 4);
 }
 
 /** Interleaved PCM bytes of the given width, little-endian, from sample values. */
@@ -32,20 +31,6 @@ std::string pcmBytes(const std::vector<int32_t>& samples, int bits)
     for (int32_t s : samples)
         for (int b = 0; b < bits / 8; ++b)
             bytes += static_cast<char>((bits == 8 ? s + 128 : s) >> (8 * b));
-    return bytes;
-}
-
-/** A canonical WAV: the 44-byte header, then data and a pad byte if its size is odd. */
-std::string canonicalWav(uint16_t tag, uint16_t numChannels, uint32_t sampleRate, uint16_t bits,
-                         const std::string& data)
-{
-    const uint32_t blockAlign = numChannels * bits / 8u;
-    const auto dataSize = static_cast<uint32_t>(data.size());
-    std::string bytes = "RIFF" + le32(36 + dataSize + (dataSize & 1)) + "WAVE" + "fmt " + le32(16) + le16(tag)
-                        + le16(numChannels) + le32(sampleRate) + le32(sampleRate * blockAlign) + le16(blockAlign)
-                        + le16(bits) + "data" + le32(dataSize) + data;
-    if (dataSize & 1)
-        bytes += '\0';
     return bytes;
 }
 
@@ -80,17 +65,6 @@ std::vector<int32_t> widened(const std::vector<int32_t>& mono, size_t numChannel
     return frames;
 }
 
-std::string readFile(const std::string& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(stream), {});
-}
-
-void writeFile(const std::string& path, const std::string& bytes)
-{
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
 /** Replaces whatever stands between each opening and the closing text after it. */
 std::string masked(std::string text, const std::string& opening, const std::string& closing, const std::string& mask)
 {
@@ -111,11 +85,6 @@ std::string withoutTimings(const std::string& text)
     return masked(masked(text, "(elapsed ", ")", "T | remaining T"), "Finished: ", " msec", "N");
 }
 
-std::string quoted(const std::string& path)
-{
-    return "\"" + path + "\"";
-}
-
 /** The expected output of a plain RIFF join: header, samples, pad byte. */
 std::string expectedOutput(uint16_t numChannels, uint32_t sampleRate, uint16_t bits, const std::string& data)
 {
@@ -132,7 +101,7 @@ protected:
     std::string input(const std::string& name, uint16_t numChannels, uint32_t rate, const std::vector<int32_t>& samples,
                       uint16_t bits = 16)
     {
-        writeFile(folder / name, canonicalWav(1, numChannels, rate, bits, pcmBytes(samples, bits)));
+        WriteWholeFile(folder / name, CanonicalWav(1, numChannels, rate, bits, pcmBytes(samples, bits)));
         return folder / name;
     }
 
@@ -148,37 +117,21 @@ protected:
     const std::string output = folder / "out.wav";
 };
 
-TEST_F(Join, OneInputIsCopiedWithItsConsoleReport)
+TEST_F(Join, OneInputReplacesTheDestinationWithACopy)
 {
     const std::vector<int32_t> samples = signal(2 * 1000, 16, 1);
     const std::string a = input("a.wav", 2, 48000, samples);
+    WriteWholeFile(output, std::string(5000, 'x')); // an existing destination is replaced
 
     const ProgramRun run = join(a);
     expectSuccess(run);
     EXPECT_EQ(withoutTimings(run.standardOutput), ExpectedBanner()
                                                       + "numChannelsForDestination = 2\n"
                                                         "totalNumSamples = 1000\n"
-                                                        "Progress : 0 % reading file " + quoted(a) + "\n"
+                                                        "Progress : 0 % reading file " + InQuotes(a) + "\n"
                                                         "Progress : 100 %  (elapsed T | remaining T)"
                                                         "Finished: N msec\n");
-    EXPECT_EQ(readFile(output), expectedOutput(2, 48000, 16, pcmBytes(samples, 16)));
-}
-
-TEST_F(Join, ConsoleTextOfTwoInputs)
-{
-    const std::string a = input("a.wav", 2, 44100, signal(2 * 1000, 16, 2));
-    const std::string b = input("b.wav", 1, 44100, signal(500, 16, 3));
-
-    const ProgramRun run = join(a + ", " + b);
-    expectSuccess(run);
-    EXPECT_EQ(withoutTimings(run.standardOutput), ExpectedBanner()
-                                                      + "numChannelsForDestination = 2\n"
-                                                        "totalNumSamples = 1500\n"
-                                                        "Progress : 0 % reading file " + quoted(a) + "\n"
-                                                        "Progress : 67 %  (elapsed T | remaining T)"
-                                                        "reading file " + quoted(b) + "\n"
-                                                        "Progress : 100 %  (elapsed T | remaining T)"
-                                                        "Finished: N msec\n");
+    EXPECT_EQ(ReadWholeFile(output), expectedOutput(2, 48000, 16, pcmBytes(samples, 16)));
 }
 
 TEST_F(Join, NarrowInputsGetSilenceInTheUpperChannels)
@@ -190,13 +143,22 @@ TEST_F(Join, NarrowInputsGetSilenceInTheUpperChannels)
 
     for (const bool monoFirst : {true, false})
     {
-        const ProgramRun run = join(monoFirst ? m + "," + s : s + "," + m);
+        const ProgramRun run = join(monoFirst ? m + "," + s : s + ", " + m);
         expectSuccess(run);
-        EXPECT_NE(run.standardOutput.find("numChannelsForDestination = 2\ntotalNumSamples = 1000\n"), std::string::npos);
+        const std::string& first = monoFirst ? m : s;
+        const std::string& second = monoFirst ? s : m;
+        EXPECT_EQ(withoutTimings(run.standardOutput), ExpectedBanner()
+                                                          + "numChannelsForDestination = 2\n"
+                                                            "totalNumSamples = 1000\n"
+                                                            "Progress : 0 % reading file " + InQuotes(first) + "\n"
+                                                            "Progress : " + (monoFirst ? "70" : "30") + " %  (elapsed T | remaining T)"
+                                                            "reading file " + InQuotes(second) + "\n"
+                                                            "Progress : 100 %  (elapsed T | remaining T)"
+                                                            "Finished: N msec\n");
 
         const std::string monoPart = pcmBytes(widened(mono, 2), 16);
         const std::string stereoPart = pcmBytes(stereo, 16);
-        EXPECT_EQ(readFile(output),
+        EXPECT_EQ(ReadWholeFile(output),
                   expectedOutput(2, 44100, 16, monoFirst ? monoPart + stereoPart : stereoPart + monoPart))
             << (monoFirst ? "mono first" : "stereo first");
     }
@@ -217,7 +179,7 @@ TEST_F(Join, FirstInputDecidesRateAndDepth)
     for (int32_t s : narrow)
         narrowAs24.push_back(s * 256);
     const std::string data = pcmBytes(wide, 24) + pcmBytes(narrowAs24, 24);
-    const std::string bytes = readFile(output);
+    const std::string bytes = ReadWholeFile(output);
     ASSERT_EQ(bytes.size(), 104 + data.size());
     EXPECT_EQ(bytes.substr(0, 4), "RIFF");
     EXPECT_EQ(bytes.substr(4, 4), le32(static_cast<uint32_t>(bytes.size() - 8)));
@@ -228,14 +190,15 @@ TEST_F(Join, FirstInputDecidesRateAndDepth)
               std::string::npos);
 }
 
-TEST_F(Join, EightBitInputsSurviveExactlyWithThePadByte)
+TEST_F(Join, EightBitInputsSurviveExactlyWithThePadByteInANewFolder)
 {
     const std::vector<int32_t> samples = signal(3, 8, 8);
     const std::string a = input("a.wav", 1, 22050, samples, 8);
+    const std::string nested = folder / "x/y/out.WAV"; // the destination's folders are made
 
-    expectSuccess(join(a));
-    EXPECT_EQ(readFile(output), expectedOutput(1, 22050, 8, pcmBytes(samples, 8)));
-    EXPECT_EQ(readFile(output).size(), 108u);
+    expectSuccess(RunSonaJoin({"-i", a, "-d", nested}));
+    EXPECT_EQ(ReadWholeFile(nested), expectedOutput(1, 22050, 8, pcmBytes(samples, 8)));
+    EXPECT_EQ(ReadWholeFile(nested).size(), 108u);
 }
 
 TEST_F(Join, EmptyInputIsReadAndAddsNothing)
@@ -251,13 +214,13 @@ TEST_F(Join, EmptyInputIsReadAndAddsNothing)
     EXPECT_EQ(withoutTimings(run.standardOutput), ExpectedBanner()
                                                       + "numChannelsForDestination = 1\n"
                                                         "totalNumSamples = 200\n"
-                                                        "Progress : 0 % reading file " + quoted(a) + "\n"
+                                                        "Progress : 0 % reading file " + InQuotes(a) + "\n"
                                                         "Progress : 50 %  (elapsed T | remaining T)"
-                                                        "reading file " + quoted(z) + "\n"
-                                                        "reading file " + quoted(b) + "\n"
+                                                        "reading file " + InQuotes(z) + "\n"
+                                                        "reading file " + InQuotes(b) + "\n"
                                                         "Progress : 100 %  (elapsed T | remaining T)"
                                                         "Finished: N msec\n");
-    EXPECT_EQ(readFile(output), expectedOutput(1, 44100, 16, pcmBytes(first, 16) + pcmBytes(last, 16)));
+    EXPECT_EQ(ReadWholeFile(output), expectedOutput(1, 44100, 16, pcmBytes(first, 16) + pcmBytes(last, 16)));
 }
 
 TEST_F(Join, WholeBlocksLeaveNoShortBlock)
@@ -270,11 +233,11 @@ TEST_F(Join, WholeBlocksLeaveNoShortBlock)
     EXPECT_EQ(withoutTimings(run.standardOutput), ExpectedBanner()
                                                       + "numChannelsForDestination = 1\n"
                                                         "totalNumSamples = 16384\n"
-                                                        "Progress : 0 % reading file " + quoted(a) + "\n"
+                                                        "Progress : 0 % reading file " + InQuotes(a) + "\n"
                                                         "Progress : 50 %  (elapsed T | remaining T)"
                                                         "Progress : 100 %  (elapsed T | remaining T)"
                                                         "Finished: N msec\n");
-    EXPECT_EQ(readFile(output), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
+    EXPECT_EQ(ReadWholeFile(output), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
 }
 
 TEST_F(Join, LongInputsCrossBlockBoundaries)
@@ -286,7 +249,7 @@ TEST_F(Join, LongInputsCrossBlockBoundaries)
     const std::string b = input("b.wav", 1, 44100, mono);
 
     expectSuccess(join(a + "," + b));
-    EXPECT_EQ(readFile(output),
+    EXPECT_EQ(ReadWholeFile(output),
               expectedOutput(2, 44100, 16, pcmBytes(stereo, 16) + pcmBytes(widened(mono, 2), 16)));
 }
 
@@ -301,13 +264,13 @@ TEST_F(Join, MissingSecondInputLeavesACompletePartialFile)
     EXPECT_EQ(withoutTimings(run.standardOutput), ExpectedBanner()
                                                       + "numChannelsForDestination = 1\n"
                                                         "totalNumSamples = 1000\n"
-                                                        "Progress : 0 % reading file " + quoted(a) + "\n"
+                                                        "Progress : 0 % reading file " + InQuotes(a) + "\n"
                                                         "Progress : 100 %  (elapsed T | remaining T)"
-                                                        "reading file " + quoted(b) + "\n");
-    EXPECT_NE(run.standardError.find("\nCould not find file " + quoted(b) + "\n"), std::string::npos)
+                                                        "reading file " + InQuotes(b) + "\n");
+    EXPECT_NE(run.standardError.find("\nCould not find file " + InQuotes(b) + "\n"), std::string::npos)
         << run.standardError;
     EXPECT_EQ(run.standardError.find("Exception occurred"), run.standardError.rfind("Exception occurred"));
-    EXPECT_EQ(readFile(output), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
+    EXPECT_EQ(ReadWholeFile(output), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
 }
 
 TEST_F(Join, EmptyEntryInTheListIsRefusedLikeAMissingFile)
@@ -318,7 +281,7 @@ TEST_F(Join, EmptyEntryInTheListIsRefusedLikeAMissingFile)
     const ProgramRun run = join(a + ", ," + a);
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_NE(run.standardError.find("Could not find file \"\""), std::string::npos) << run.standardError;
-    EXPECT_EQ(readFile(output), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
+    EXPECT_EQ(ReadWholeFile(output), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
 }
 
 TEST_F(Join, RefusalsBeforeTheOutputExists)
@@ -330,14 +293,14 @@ TEST_F(Join, RefusalsBeforeTheOutputExists)
         std::string destination;
         std::string message;
     };
-    writeFile(folder / "f64.wav", canonicalWav(3, 1, 44100, 64, std::string(16, '\0')));
-    writeFile(folder / "noise.wav", "this is not a wav file at all");
+    WriteWholeFile(folder / "f64.wav", CanonicalWav(3, 1, 44100, 64, std::string(16, '\0')));
+    WriteWholeFile(folder / "noise.wav", "this is not a wav file at all");
     const std::vector<Case> cases = {
         {folder / "missing.wav", output, "Invalid bits depth : 0"},
         {folder / "f64.wav", output, "Invalid bits depth : 64"},
-        {a, folder / "out.wave", "Cannot determine file type " + quoted(folder / "out.wave")},
-        {a, folder / "out.mp3", "MP3 encoding is not supported. Cannot write file " + quoted(folder / "out.mp3")},
-        {a + "," + folder / "noise.wav", output, "file " + quoted(folder / "noise.wav") + " is not a valid WAV file"},
+        {a, folder / "out.wave", "Cannot determine file type " + InQuotes(folder / "out.wave")},
+        {a, folder / "out.mp3", "MP3 encoding is not supported. Cannot write file " + InQuotes(folder / "out.mp3")},
+        {a + "," + folder / "noise.wav", output, "file " + InQuotes(folder / "noise.wav") + " is not a valid WAV file"},
     };
     for (const Case& c : cases)
     {
@@ -349,25 +312,33 @@ TEST_F(Join, RefusalsBeforeTheOutputExists)
     }
 }
 
-TEST_F(Join, ExistingDestinationIsReplaced)
+TEST_F(Join, MixedAiffAndWavInputsTakeTheFirstInputsRateAndDepth)
 {
-    const std::vector<int32_t> samples = signal(50, 16, 17);
-    const std::string a = input("a.wav", 1, 44100, samples);
-    writeFile(output, std::string(5000, 'x'));
+    // sox's 24-bit 48 kHz stereo noise (33 frames), with its own decoding as 32-bit values.
+    const std::string aiff = std::string(KVO_TEST_DATA_DIR) + "/sox-noise-48k-24bit.aiff";
+    const std::string raw = ReadWholeFile(std::string(KVO_TEST_DATA_DIR) + "/sox-noise-48k-24bit.s32");
+    const std::vector<int32_t> samples = signal(2 * 10, 16, 19);
+    const std::string b = input("b.wav", 2, 44100, samples);
 
-    expectSuccess(join(a));
-    EXPECT_EQ(readFile(output), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
-}
+    // AIFF out at 24 bits: both inputs are carried exactly, big-endian.
+    const std::string aiffOutput = folder / "out.AIF";
+    expectSuccess(RunSonaJoin({"-i", aiff + ", " + b, "-d", aiffOutput}));
+    std::string data;
+    for (size_t i = 0; i + 4 <= raw.size(); i += 4)
+        data += std::string{raw[i + 3], raw[i + 2], raw[i + 1]};
+    for (int32_t sample : samples)
+        data += BigEndian(uint32_t(sample) << 8, 3);
+    ASSERT_EQ(data.size(), 43u * 6u);
+    EXPECT_EQ(ReadWholeFile(aiffOutput), "FORM" + BigEndian(46 + 258, 4) + "AIFFCOMM" + BigEndian(18, 4) + BigEndian(2, 2)
+                                             + BigEndian(43, 4) + BigEndian(24, 2) + std::string("\x40\x0E\xBB\x80", 4)
+                                             + std::string(6, '\0') + "SSND" + BigEndian(258 + 8, 4)
+                                             + std::string(8, '\0') + data);
 
-TEST_F(Join, DestinationFolderIsCreated)
-{
-    const std::vector<int32_t> samples = signal(20, 16, 18);
-    const std::string a = input("a.wav", 1, 44100, samples);
-    const std::string nested = folder / "x/y/out.WAV";
-
-    const ProgramRun run = RunSonaJoin({"-i", a, "-d", nested});
-    expectSuccess(run);
-    EXPECT_EQ(readFile(nested), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
+    // WAV first: 16 bits at 44.1 kHz, the AIFF input is not resampled.
+    expectSuccess(join(b + "," + aiff));
+    const std::string bytes = ReadWholeFile(output);
+    EXPECT_EQ(bytes.substr(0, 104 + 40), expectedOutputHeader(2, 44100, 16, 43 * 4) + pcmBytes(samples, 16));
+    EXPECT_EQ(bytes.size(), 104u + 43u * 4u);
 }
 
 } // namespace

@@ -1,5 +1,5 @@
-// Library start-up: the recorded process values, the OSC constants it builds and
-// empties again, and its place at the head of every run.
+// Library start-up: the recorded process values, and the OSC constants it builds and
+// empties again.
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,6 @@
 
 #include <variant>
 
-#include "KvoTestUtilities.h"
 #include "osc/KvoOscAddressConstants.h"
 #include "shell/KvoLibraryStartup.h"
 
@@ -65,18 +64,6 @@ TEST(LibraryStartup, BuildsTheOscConstantsAndEmptiesThemOnDestruction)
     EXPECT_EQ(constants.GetSize(), 0u);
     // The tokens stay in the pool: it only ever grows.
     EXPECT_NE(HashedStringPool::GetInstance().Find(HashedString::Hash("listener")), nullptr);
-}
-
-TEST(LibraryStartup, ABannerOpensEveryRunEvenAFailedOne)
-{
-    for (const std::vector<std::string>& arguments :
-         {std::vector<std::string> {"-h"}, std::vector<std::string> {"-i", "x.wav", "--bogus"}})
-    {
-        const testing::ProgramRun run = testing::RunSonaJoin(arguments);
-        EXPECT_EQ(run.standardOutput.rfind(testing::ExpectedBanner(), 0), 0u);
-        EXPECT_EQ(run.standardError, "");
-        EXPECT_EQ(run.exitCode, 1);
-    }
 }
 
 } // namespace

@@ -1,3 +1,6 @@
+// MemoryBlock and InputStream::ReadIntoMemoryBlock: what "the rest" means, short reads,
+// and reads in pieces.
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -14,12 +17,15 @@ namespace kvo
 namespace
 {
 
-/** A stream over bytes held in memory; optionally delivers at most maxPerRead bytes a call. */
+/** A stream over "ABCD..."; optionally delivers at most maxPerRead bytes a call, and logs each request. */
 class BytesInputStream : public InputStream
 {
 public:
-    explicit BytesInputStream(std::string bytes, int64_t maxPerRead = -1)
-        : bytes(std::move(bytes)), maxPerRead(maxPerRead) {}
+    explicit BytesInputStream(int length, int64_t maxPerRead = -1) : maxPerRead(maxPerRead)
+    {
+        for (int i = 0; i < length; ++i)
+            bytes += char('A' + i);
+    }
 
     int64_t GetTotalLength() override { return static_cast<int64_t>(bytes.size()); }
     bool IsExhausted() override { return position >= GetTotalLength(); }
@@ -42,168 +48,85 @@ public:
         return count;
     }
 
+    std::string bytes;
     std::vector<int64_t> requests;
 
 private:
-    std::string bytes;
     int64_t maxPerRead;
     int64_t position = 0;
 };
-
-std::string Numbered(int count)
-{
-    std::string text;
-    for (int i = 0; i < count; ++i)
-        text += char('A' + i);
-    return text;
-}
 
 std::string BytesOf(const MemoryBlock& block)
 {
     return std::string(reinterpret_cast<const char*>(block.data), static_cast<size_t>(block.size));
 }
 
-// ---------------------------------------------------------------------------------------
-// MemoryBlock
-
-TEST(MemoryBlock, AllocateReplacesAndZeroesOnRequest)
-{
-    MemoryBlock block;
-    EXPECT_EQ(block.data, nullptr);
-    EXPECT_EQ(block.size, 0);
-
-    block.Allocate(16, true);
-    ASSERT_NE(block.data, nullptr);
-    EXPECT_EQ(block.size, 16);
-    EXPECT_EQ(BytesOf(block), std::string(16, '\0'));
-
-    block.Allocate(0, true);
-    EXPECT_EQ(block.data, nullptr);
-    EXPECT_EQ(block.size, 0);
-}
-
-TEST(MemoryBlock, SetSizeKeepsLeadingBytes)
+TEST(MemoryBlock, SetSizeKeepsLeadingBytesAndCopiesAreDeep)
 {
     MemoryBlock block;
     block.SetSize(4, true); // no storage yet: a plain allocation
     std::memcpy(block.data, "abcd", 4);
-
     block.SetSize(10, true);
     EXPECT_EQ(BytesOf(block), std::string("abcd") + std::string(6, '\0'));
-
     block.SetSize(2, false);
     EXPECT_EQ(BytesOf(block), "ab");
 
-    const uint8_t* data = block.data;
-    block.SetSize(2, true); // same size: nothing happens
-    EXPECT_EQ(block.data, data);
-
+    MemoryBlock copy(block);
+    copy.data[0] = 'X';
+    EXPECT_EQ(BytesOf(block), "ab");
+    copy = MemoryBlock();
+    EXPECT_EQ(copy.data, nullptr);
     block.SetSize(0, false);
     EXPECT_EQ(block.data, nullptr);
-    EXPECT_EQ(block.size, 0);
 }
-
-TEST(MemoryBlock, CopiesAreNewAllocations)
-{
-    MemoryBlock original;
-    original.Allocate(3, false);
-    std::memcpy(original.data, "xyz", 3);
-
-    MemoryBlock copy(original);
-    EXPECT_NE(copy.data, original.data);
-    EXPECT_EQ(BytesOf(copy), "xyz");
-    copy.data[0] = 'X';
-    EXPECT_EQ(BytesOf(original), "xyz");
-
-    MemoryBlock empty;
-    copy = empty;
-    EXPECT_EQ(copy.data, nullptr);
-    EXPECT_EQ(MemoryBlock(empty).data, nullptr);
-
-    copy = original;
-    copy = copy;
-    EXPECT_EQ(BytesOf(copy), "xyz");
-
-    MemoryBlock moved(std::move(copy));
-    EXPECT_EQ(copy.data, nullptr);
-    EXPECT_EQ(copy.size, 0);
-    EXPECT_EQ(BytesOf(moved), "xyz");
-}
-
-// ---------------------------------------------------------------------------------------
-// InputStream::ReadIntoMemoryBlock
 
 TEST(MemoryBlockStreamRead, NegativeCountReadsTheRest)
 {
-    BytesInputStream stream(Numbered(10));
-    MemoryBlock block;
-    EXPECT_EQ(stream.ReadIntoMemoryBlock(block, -1), 10);
-    EXPECT_EQ(BytesOf(block), Numbered(10));
-    EXPECT_TRUE(stream.IsExhausted());
-}
-
-TEST(MemoryBlockStreamRead, CountBeyondTheRestIsCutToTheRest)
-{
-    BytesInputStream stream(Numbered(15));
+    BytesInputStream stream(15);
     stream.SetPosition(5);
     MemoryBlock block;
     block.Allocate(3, false); // existing storage is reshaped
-    EXPECT_EQ(stream.ReadIntoMemoryBlock(block, 100), 10);
-    EXPECT_EQ(BytesOf(block), Numbered(15).substr(5));
+    EXPECT_EQ(stream.ReadIntoMemoryBlock(block, -1), 10);
+    EXPECT_EQ(BytesOf(block), stream.bytes.substr(5));
+
+    stream.SetPosition(5);
+    EXPECT_EQ(stream.ReadIntoMemoryBlock(block, 100), 10); // a count beyond the rest is cut to it
+    EXPECT_EQ(block.size, 10);
 }
 
-TEST(MemoryBlockStreamRead, NegativeCountAtTheEndLeavesTheBlock)
+TEST(MemoryBlockStreamRead, AtTheEnd)
 {
-    BytesInputStream stream(Numbered(10));
-    stream.SetPosition(10);
+    BytesInputStream stream(10);
+    stream.SetPosition(25); // past the end counts as the end
     MemoryBlock block;
     block.Allocate(3, false);
     std::memcpy(block.data, "old", 3);
-    const uint8_t* data = block.data;
-
-    EXPECT_EQ(stream.ReadIntoMemoryBlock(block, -1), 0);
-    EXPECT_EQ(block.data, data);
-    EXPECT_EQ(BytesOf(block), "old");
-
-    stream.SetPosition(25); // past the end counts the same
-    EXPECT_EQ(stream.ReadIntoMemoryBlock(block, -1), 0);
+    EXPECT_EQ(stream.ReadIntoMemoryBlock(block, -1), 0); // "the rest" is nothing: the block stays
     EXPECT_EQ(BytesOf(block), "old");
     EXPECT_TRUE(stream.requests.empty());
-}
 
-TEST(MemoryBlockStreamRead, PositiveCountAtTheEndSizesTheBlock)
-{
-    BytesInputStream stream(Numbered(10));
-    stream.SetPosition(10);
-    MemoryBlock block;
-    EXPECT_EQ(stream.ReadIntoMemoryBlock(block, 5), 0);
+    EXPECT_EQ(stream.ReadIntoMemoryBlock(block, 5), 0); // a count still sizes the block
     EXPECT_EQ(block.size, 5);
-    EXPECT_NE(block.data, nullptr);
 }
 
-TEST(MemoryBlockStreamRead, ShortReadStopsAndKeepsTheSize)
+TEST(MemoryBlockStreamRead, ShortReadsAndPieces)
 {
-    BytesInputStream stream(Numbered(10), 3);
+    BytesInputStream trickle(10, 3);
     MemoryBlock block;
-    EXPECT_EQ(stream.ReadIntoMemoryBlock(block, 8), 3);
+    EXPECT_EQ(trickle.ReadIntoMemoryBlock(block, 8), 3); // a short read stops, the size stays
     EXPECT_EQ(block.size, 8);
     EXPECT_EQ(BytesOf(block).substr(0, 3), "ABC");
-    EXPECT_EQ(stream.requests, (std::vector<int64_t> { 8 }));
-}
+    EXPECT_EQ(trickle.requests, (std::vector<int64_t>{8}));
 
-TEST(MemoryBlockStreamRead, LargeCountsAreReadInPieces)
-{
-    BytesInputStream stream(Numbered(10));
+    BytesInputStream stream(10);
     uint8_t dest[10] = {};
     EXPECT_EQ(details::ReadInPieces(stream, dest, 10, 4), 10);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(dest), 10), Numbered(10));
-    EXPECT_EQ(stream.requests, (std::vector<int64_t> { 4, 4, 2 }));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(dest), 10), stream.bytes);
+    EXPECT_EQ(stream.requests, (std::vector<int64_t>{4, 4, 2}));
 
-    // A piece that comes back short ends the read with what arrived.
-    BytesInputStream shortStream(Numbered(6));
+    BytesInputStream shortStream(6); // a piece that comes back short ends the read
     EXPECT_EQ(details::ReadInPieces(shortStream, dest, 10, 4), 6);
-    EXPECT_EQ(shortStream.requests, (std::vector<int64_t> { 4, 4 }));
-
+    EXPECT_EQ(shortStream.requests, (std::vector<int64_t>{4, 4}));
     EXPECT_EQ(details::largestReadPiece, int64_t(1) << 30);
 }
 

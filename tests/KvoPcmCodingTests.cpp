@@ -1,4 +1,6 @@
-// Sample coding between file bytes, fixed point and float: exact values at the edges.
+// Sample coding between file bytes, fixed point and float: what the readers' and writers'
+// round trips cannot show (channel rules, the in-place case, clipping and rounding of
+// every float). The byte layouts of each width are pinned by the reader and writer tests.
 
 #include <gtest/gtest.h>
 
@@ -16,14 +18,6 @@ namespace kvo
 namespace
 {
 
-std::string bytes(std::initializer_list<int> values)
-{
-    std::string text;
-    for (int v : values)
-        text += static_cast<char>(v);
-    return text;
-}
-
 /** Decodes frames of one or more channels into fresh arrays filled with a marker value. */
 std::vector<std::vector<int>> decode(void (*decoder)(int, bool, int**, uint64_t, unsigned, const char*, unsigned, uint64_t),
                                      int bits, bool isFloat, const std::string& source, unsigned numSourceChannels,
@@ -37,62 +31,17 @@ std::vector<std::vector<int>> decode(void (*decoder)(int, bool, int**, uint64_t,
     return channels;
 }
 
-float asFloat(int bits)
-{
-    float value;
-    std::memcpy(&value, &bits, sizeof(value));
-    return value;
-}
-
-TEST(PcmDecoding, WavWidthsLandInTheTopBits)
-{
-    EXPECT_EQ(decode(ConvertLittleEndianToInt32, 8, false, bytes({ 0x80, 0x00, 0xFF }), 1, 1, 3)[0],
-              (std::vector<int> { 0, INT32_MIN, 0x7F000000 }));
-    EXPECT_EQ(decode(ConvertLittleEndianToInt32, 16, false, bytes({ 0x00, 0x80, 0xFF, 0x7F }), 1, 1, 2)[0],
-              (std::vector<int> { INT32_MIN, 0x7FFF0000 }));
-    EXPECT_EQ(decode(ConvertLittleEndianToInt32, 24, false, bytes({ 0xFF, 0xFF, 0x7F, 0x01, 0x00, 0x80 }), 1, 1, 2)[0],
-              (std::vector<int> { 0x7FFFFF00, static_cast<int>(0x80000100) }));
-    EXPECT_EQ(decode(ConvertLittleEndianToInt32, 32, false, bytes({ 0x01, 0x02, 0x03, 0x84 }), 1, 1, 1)[0][0],
-              static_cast<int>(0x84030201));
-}
-
-TEST(PcmDecoding, DoublesNarrowToFloatBits)
-{
-    double values[2] = { 0.25, 1e300 };
-    std::string source(reinterpret_cast<const char*>(values), sizeof(values));
-    const auto decoded = decode(ConvertLittleEndianToInt32, 64, true, source, 1, 1, 2)[0];
-    EXPECT_EQ(asFloat(decoded[0]), 0.25f);
-    EXPECT_TRUE(std::isinf(asFloat(decoded[1])));
-}
-
 TEST(PcmDecoding, WidthsWithoutADecoderLeaveTheArraysAlone)
 {
     const std::string source(16, '\x11');
     for (int bits : { 12, 20, 48 })
         EXPECT_EQ(decode(ConvertLittleEndianToInt32, bits, false, source, 1, 2, 2)[1][0], 0x5A5A5A5A) << bits;
     EXPECT_EQ(decode(ConvertLittleEndianToInt32, 64, false, source, 1, 1, 2)[0][0], 0x5A5A5A5A);
-    EXPECT_EQ(decode(ConvertBigEndianToInt32, 64, true, source, 1, 1, 2)[0][0], 0x5A5A5A5A);
-}
-
-TEST(PcmDecoding, AiffIsBigEndianWithSignedBytes)
-{
-    EXPECT_EQ(decode(ConvertBigEndianToInt32, 8, false, bytes({ 0x80, 0x7F }), 1, 1, 2)[0],
-              (std::vector<int> { INT32_MIN, 0x7F000000 }));
-    EXPECT_EQ(decode(ConvertBigEndianToInt32, 16, false, bytes({ 0x80, 0x01 }), 1, 1, 1)[0][0],
-              static_cast<int>(0x80010000));
-    EXPECT_EQ(decode(ConvertBigEndianToInt32, 24, false, bytes({ 0x80, 0x01, 0x02 }), 1, 1, 1)[0][0],
-              static_cast<int>(0x80010200));
-    EXPECT_EQ(decode(ConvertBigEndianToInt32, 32, true, bytes({ 0x3F, 0x80, 0x00, 0x00 }), 1, 1, 1)[0][0],
-              0x3F800000);
-    // "sowt": little-endian words, but signed bytes
-    EXPECT_EQ(decode(ConvertAiffLittleEndianToInt32, 8, false, bytes({ 0x80 }), 1, 1, 1)[0][0], INT32_MIN);
-    EXPECT_EQ(decode(ConvertAiffLittleEndianToInt32, 16, false, bytes({ 0x01, 0x80 }), 1, 1, 1)[0][0],
-              static_cast<int>(0x80010000));
 }
 
 TEST(PcmDecoding, ChannelsBeyondTheSourceAreZeroedAndNullOnesSkipped)
 {
-    const std::string stereo = bytes({ 0x01, 0x00, 0x02, 0x00, 0x03, 0x00, 0x04, 0x00 });
+    const std::string stereo("\x01\x00\x02\x00\x03\x00\x04\x00", 8);
     const auto wide = decode(ConvertLittleEndianToInt32, 16, false, stereo, 2, 3, 2);
     EXPECT_EQ(wide[0], (std::vector<int> { 0x10000, 0x30000 }));
     EXPECT_EQ(wide[1], (std::vector<int> { 0x20000, 0x40000 }));
@@ -117,33 +66,12 @@ TEST(PcmDecoding, MonoDecodedInPlaceRunsBackwards)
     EXPECT_EQ(memory, (std::vector<int> { 0x10000, -0x10000, 300 << 16, INT32_MIN }));
 }
 
-TEST(PcmScaling, FixedToFloatIsAPowerOfTwo)
-{
-    std::vector<int> values { 0, INT32_MIN, 0x7FFF0000, 0x7FFFFFFF, 0x00800000 };
-    int* pointers[1] = { values.data() };
-    ConvertFixedToFloat(pointers, 1, values.size());
-    EXPECT_EQ(asFloat(values[0]), 0.0f);
-    EXPECT_EQ(asFloat(values[1]), -1.0f);
-    EXPECT_EQ(asFloat(values[2]), 32767.0f / 32768.0f);
-    EXPECT_EQ(asFloat(values[3]), 1.0f); // 2^31 - 1 rounds to 2^31 as a float
-    EXPECT_EQ(asFloat(values[4]), 1.0f / 256.0f);
-}
-
 TEST(PcmScaling, FloatToFixedClipsAndRoundsToEven)
 {
-    const float source[] = { -1.0f, -2.0f, 1.0f, 1.5f, 0.5f, -0.000001f, 0.000001f, std::ldexp(1.5f, -31),
-                             std::ldexp(2.5f, -31) };
-    int dest[std::size(source)];
-    ConvertFloatToFixed(source, dest, std::size(source));
-    EXPECT_EQ(dest[0], INT32_MIN);
-    EXPECT_EQ(dest[1], INT32_MIN);
-    EXPECT_EQ(dest[2], INT32_MAX);
-    EXPECT_EQ(dest[3], INT32_MAX);
-    EXPECT_EQ(dest[4], 0x40000000);
-    EXPECT_EQ(dest[5], -2147);
-    EXPECT_EQ(dest[6], 2147);
-    EXPECT_EQ(dest[7], 2); // 1.5 -> 2
-    EXPECT_EQ(dest[8], 2); // 2.5 -> 2
+    const float source[] = { -2.0f, 1.0f, 1.5f, 0.5f, -0.000001f, std::ldexp(1.5f, -31), std::ldexp(2.5f, -31) };
+    std::vector<int> dest(std::size(source));
+    ConvertFloatToFixed(source, dest.data(), std::size(source));
+    EXPECT_EQ(dest, (std::vector<int> { INT32_MIN, INT32_MAX, INT32_MAX, 0x40000000, -2147, 2, 2 }));
 }
 
 TEST(PcmScaling, FloatToFixedEqualsClippedLrintfEverywhere)
@@ -181,25 +109,6 @@ std::string pack(void (*packer)(int, const int* const*, unsigned, uint64_t, char
     std::string out(channels.size() * channels[0].size() * static_cast<size_t>(bits / 8), '\0');
     packer(bits, pointers.data(), static_cast<unsigned>(channels.size()), channels[0].size(), out.data());
     return out;
-}
-
-TEST(PcmPacking, WavKeepsTheTopBitsLittleEndian)
-{
-    const std::vector<std::vector<int>> values { { INT32_MAX, INT32_MIN, -1, 0 } };
-    EXPECT_EQ(pack(PackWavSamples, 8, values), bytes({ 0xFF, 0x00, 0x7F, 0x80 }));
-    EXPECT_EQ(pack(PackWavSamples, 16, values), bytes({ 0xFF, 0x7F, 0x00, 0x80, 0xFF, 0xFF, 0x00, 0x00 }));
-    EXPECT_EQ(pack(PackWavSamples, 24, values),
-              bytes({ 0xFF, 0xFF, 0x7F, 0x00, 0x00, 0x80, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00 }));
-    EXPECT_EQ(pack(PackWavSamples, 32, { { 0x3FC00000 } }), bytes({ 0x00, 0x00, 0xC0, 0x3F }));
-}
-
-TEST(PcmPacking, AiffIsBigEndianAndInterleaves)
-{
-    const std::vector<std::vector<int>> stereo { { 0x12345678 }, { -2 } };
-    EXPECT_EQ(pack(PackAiffSamples, 8, stereo), bytes({ 0x12, 0xFF }));
-    EXPECT_EQ(pack(PackAiffSamples, 16, stereo), bytes({ 0x12, 0x34, 0xFF, 0xFF }));
-    EXPECT_EQ(pack(PackAiffSamples, 24, stereo), bytes({ 0x12, 0x34, 0x56, 0xFF, 0xFF, 0xFF }));
-    EXPECT_EQ(pack(PackAiffSamples, 32, stereo), bytes({ 0x12, 0x34, 0x56, 0x78, 0xFF, 0xFF, 0xFF, 0xFE }));
 }
 
 TEST(PcmRoundTrip, SixteenAndTwentyFourBitsSurviveFloat)

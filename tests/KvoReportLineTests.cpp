@@ -34,10 +34,7 @@ TEST(ReportLineTidy, LocationGetsALineOfItsOwn)
     EXPECT_EQ(TidyReport("Exception occurred in [a.cpp:3  'void f()'] : \n \t long text\n"),
               "Exception occurred in [a.cpp:3  'void f()'] :\nlong text\n");
     EXPECT_EQ(TidyReport("Exception occurred in [a.cpp:3] :"), "Exception occurred in [a.cpp:3] :\n");
-}
-
-TEST(ReportLineTidy, CutsBehindTheFirstClosingBracket)
-{
+    // The cut is behind the first closing bracket.
     EXPECT_EQ(TidyReport("Exception occurred in [a.cpp:3] : index [2] : out of range"),
               "Exception occurred in [a.cpp:3] :\nindex [2] : out of range");
 }
@@ -49,30 +46,16 @@ TEST(ReportLineTidy, OtherTextIsLeftAlone)
         EXPECT_EQ(TidyReport(text), text);
 }
 
-TEST(ReportLineRouting, StandardErrorWithOneLineFeed)
+TEST(ReportLineRouting, OneLineFeedOnTheTargetStream)
 {
-    EXPECT_EQ(Route(1, "no line end"), std::make_pair(std::string(), std::string("no line end\n")));
-    EXPECT_EQ(Route(1, "has line end\n"), std::make_pair(std::string(), std::string("has line end\n")));
-    EXPECT_EQ(Route(1, ""), std::make_pair(std::string(), std::string("\n")));
-    EXPECT_EQ(Route(1, "Exception occurred in [a.cpp:3] : x\n"),
-              std::make_pair(std::string(), std::string("Exception occurred in [a.cpp:3] :\nx\n")));
-}
-
-TEST(ReportLineRouting, StandardOutputForTwo)
-{
-    EXPECT_EQ(Route(2, "to stdout"), std::make_pair(std::string("to stdout\n"), std::string()));
-}
-
-TEST(ReportLineRouting, OtherTargetsAreSilent)
-{
+    using Streams = std::pair<std::string, std::string>;
+    EXPECT_EQ(Route(1, "no line end"), Streams("", "no line end\n"));
+    EXPECT_EQ(Route(1, "has line end\n"), Streams("", "has line end\n"));
+    EXPECT_EQ(Route(1, ""), Streams("", "\n"));
+    EXPECT_EQ(Route(1, "Exception occurred in [a.cpp:3] : x\n"), Streams("", "Exception occurred in [a.cpp:3] :\nx\n"));
+    EXPECT_EQ(Route(2, "to stdout"), Streams("to stdout\n", ""));
     for (int target : {0, 3, -1})
-        EXPECT_EQ(Route(target, "silenced"), std::make_pair(std::string(), std::string())) << target;
-}
-
-TEST(ReportLineRouting, LineEndIsOneLineFeed)
-{
-    EXPECT_EQ(LineEnd(), "\n");
-    EXPECT_EQ(&LineEnd(), &LineEnd());
+        EXPECT_EQ(Route(target, "silenced"), Streams("", "")) << target;
 }
 
 } // namespace

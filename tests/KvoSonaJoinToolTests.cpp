@@ -42,22 +42,8 @@ std::string expectedHelp()
            + separator + "\n";
 }
 
-/** The three listings of one error: as written, blanks removed, blanks as dashes. */
-std::string tripleError(const std::string& text)
-{
-    std::string joined;
-    std::string dashed;
-    for (char c : text)
-    {
-        if (c != ' ')
-            joined += c;
-        dashed += c == ' ' ? '-' : c;
-    }
-    return "Error : " + text + "\nError : " + joined + "\nError : " + dashed + "\n";
-}
-
-const std::string missingInput = tripleError("option \"-i | --input\" is mandatory");
-const std::string missingDestination = tripleError("option \"-d | --destination\" is mandatory");
+const std::string missingInput = TripleError("option \"-i | --input\" is mandatory");
+const std::string missingDestination = TripleError("option \"-d | --destination\" is mandatory");
 
 void expectRun(const std::vector<std::string>& arguments, const std::string& afterBanner, int exitCode)
 {
@@ -99,55 +85,38 @@ TEST(SonaJoinOptionErrors, MissingInputIsNotTouched)
 
 TEST(SonaJoinOptionErrors, BooleanValues)
 {
-    const std::string notBoolean = tripleError("option \"-r\" must be of type boolean");
+    const std::string notBoolean = TripleError("option \"-r\" must be of type boolean");
     for (const char* value : {"yes", "2", "01", "-1", "truee"})
         expectRun({"-i", "a.wav", "-r", value, "-d", "b.wav"}, notBoolean, 1);
 
-    const std::string missingValue = tripleError("missing argument after \"-r\" option");
+    const std::string missingValue = TripleError("missing argument after \"-r\" option");
     expectRun({"-i", "a.wav", "-d", "b.wav", "-r"}, missingValue + notBoolean, 1);
     expectRun({"-i", "a.wav", "-r", "", "-d", "b.wav"}, missingValue + notBoolean, 1);
 }
 
 TEST(SonaJoinOptionErrors, MissingValues)
 {
-    expectRun({"-d", "b.wav", "-i"}, tripleError("missing argument after \"-i\" option"), 1);
-    expectRun({"-i", "a.wav", "-d"}, tripleError("missing argument after \"-d\" option"), 1);
-    expectRun({"-i", "", "-d", "b.wav"}, tripleError("missing argument after \"-i\" option"), 1);
+    expectRun({"-d", "b.wav", "-i"}, TripleError("missing argument after \"-i\" option"), 1);
+    expectRun({"-i", "a.wav", "-d"}, TripleError("missing argument after \"-d\" option"), 1);
+    expectRun({"-i", "", "-d", "b.wav"}, TripleError("missing argument after \"-i\" option"), 1);
 }
 
 TEST(SonaJoinOptionErrors, UnrecognizedOptions)
 {
     expectRun({"--input=x.wav", "-d", "b.wav"},
-              missingInput + tripleError("unrecognized option \"--input=x.wav\""), 1);
+              missingInput + TripleError("unrecognized option \"--input=x.wav\""), 1);
     expectRun({"-i", "a.wav", "-d", "b.wav", "-x", "-y"},
-              tripleError("unrecognized option \"-x\"") + tripleError("unrecognized option \"-y\""), 1);
-}
-
-TEST(SonaJoinOptions, AcceptedCommandLinesReturnZero)
-{
-    TemporaryFolder folder;
-    for (const std::vector<std::string>& arguments :
-         std::vector<std::vector<std::string>> {{"-i", folder / "none.wav", "-d", folder / "out.wav"},
-                                                {"--input", folder / "none.wav", "--destination", folder / "o.wav"},
-                                                {"-i", folder / "none.wav", "-r", "TRUE", "-d", folder / "out.wav"},
-                                                {"-i", folder / "none.wav", "-r", "False", "-d", folder / "out.wav"},
-                                                {"-i", folder / "none.wav", "-i", "b.wav", "-d", folder / "out.wav"},
-                                                {"-i", folder / "none.wav", "stray", "-d", folder / "out.wav"}})
-    {
-        const ProgramRun run = RunSonaJoin(arguments);
-        EXPECT_EQ(run.standardOutput.substr(0, ExpectedBanner().size()), ExpectedBanner());
-        EXPECT_EQ(run.standardOutput.find("Error : "), std::string::npos) << run.standardOutput;
-        EXPECT_EQ(run.standardOutput.find("command line options"), std::string::npos);
-    }
+              TripleError("unrecognized option \"-x\"") + TripleError("unrecognized option \"-y\""), 1);
 }
 
 TEST(SonaJoinOptions, PatternThatMatchesNothingJoinsNothingAndSucceeds)
 {
     TemporaryFolder folder;
     std::ofstream(folder / "a.wav") << "x";
+    // Long option names and a stray word are accepted as well.
     for (const char* input : { "*.none", "nowhere/*.wav", "~/nowhere-at-all/*.wav" })
     {
-        const ProgramRun run = RunSonaJoin({ "-i", input, "-d", "out.wav" }, folder.GetPath());
+        const ProgramRun run = RunSonaJoin({ "--input", input, "stray", "--destination", "out.wav" }, folder.GetPath());
         EXPECT_EQ(run.standardOutput, ExpectedBanner()) << input;
         EXPECT_EQ(run.standardError, "");
         EXPECT_EQ(run.exitCode, 0);
@@ -167,9 +136,7 @@ std::vector<std::string> inputsBelow(const SonaJoin& tool, const std::string& ba
 TEST(SonaJoinSetup, InputsExpandAndReplaceEachOther)
 {
     TemporaryFolder folder;
-    char real[4096];
-    ASSERT_NE(::realpath(folder.GetPath().c_str(), real), nullptr);
-    const std::string base = real;
+    const std::string base = RealPath(folder.GetPath());
     std::filesystem::create_directory(base + "/sub");
     std::ofstream(base + "/b.wav") << "x";
     std::ofstream(base + "/sub/a.wav") << "x";

@@ -6,13 +6,14 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
+#include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "KvoStreamCapture.h"
 #include "KvoTestUtilities.h"
 #include "audiofiles/KvoWavFileReader.h"
 #include "core/KvoException.h"
@@ -118,7 +119,7 @@ class WavFileFixture : public ::testing::Test
 protected:
     File Write(const std::string& bytes, const std::string& name = "test.wav")
     {
-        std::ofstream(folder / name, std::ios::binary) << bytes;
+        WriteWholeFile(folder / name, bytes);
         return File(String(folder / name));
     }
 
@@ -126,36 +127,19 @@ protected:
     std::unique_ptr<WavFileReader> Open(const std::string& bytes)
     {
         const File file = Write(bytes);
-        ::testing::internal::CaptureStderr();
-        try
-        {
-            auto reader = std::make_unique<WavFileReader>(file);
-            ::testing::internal::GetCapturedStderr();
-            return reader;
-        }
-        catch (const Exception&)
-        {
-            ADD_FAILURE() << ::testing::internal::GetCapturedStderr();
-            return nullptr;
-        }
+        StreamCapture err(std::cerr);
+        std::unique_ptr<WavFileReader> reader;
+        EXPECT_EQ(MessageOf([&] { reader = std::make_unique<WavFileReader>(file); }), "(no exception)");
+        return reader;
     }
 
     /** The message the reader throws for bytes, checked to be the one it reported on stderr. */
     std::string Refusal(const std::string& bytes)
     {
         const File file = Write(bytes);
-        std::string message = "(no exception)";
-        ::testing::internal::CaptureStderr();
-        try
-        {
-            WavFileReader reader(file);
-        }
-        catch (const Exception& e)
-        {
-            message = e.GetMessage().GetStdString();
-        }
-        const std::string report = ::testing::internal::GetCapturedStderr();
-        EXPECT_NE(report.find(message), std::string::npos) << report;
+        StreamCapture err(std::cerr);
+        const std::string message = MessageOf([&] { WavFileReader { file }; });
+        EXPECT_NE(err.GetText().find(message), std::string::npos) << err.GetText();
         return message;
     }
 

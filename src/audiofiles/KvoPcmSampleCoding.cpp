@@ -214,7 +214,7 @@ void ConvertFloatToFixed(const float* source, int* dest, uint64_t numSamples)
         const float scaled = x * fullScale;
         const float bias = std::copysign(integerThreshold, scaled);
         float rounded = std::fabs(scaled) < integerThreshold ? (scaled + bias) - bias : scaled;
-        rounded = (x <= -1.0f) | (rounded != rounded) ? -fullScale : rounded;
+        rounded = ((x <= -1.0f) | (rounded != rounded)) ? -fullScale : rounded;
         rounded = x >= 1.0f ? 0.0f : rounded; // keeps the conversion below in range
         const auto fixed = static_cast<int32_t>(rounded);
         dest[i] = x >= 1.0f ? INT32_MAX : fixed;

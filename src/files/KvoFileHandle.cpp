@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "files/KvoFile.h"
@@ -65,9 +66,18 @@ FileSystemCalls fileSystemCalls = GetSystemFileCalls();
 
 int FileHandle::OpenFileForReading(const File& file)
 {
-    const int handle = ::open(file.GetFullPath().GetCharPointer(), O_RDONLY | O_CLOEXEC);
+    // Only regular files are read: a FIFO would block the open until a writer came, and a
+    // device may never end. O_NONBLOCK lets the open return so that fstat can tell; it
+    // changes nothing for a regular file.
+    const int handle = ::open(file.GetFullPath().GetCharPointer(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (handle < 0)
         return invalid;
+    struct stat status {};
+    if (::fstat(handle, &status) != 0 || !S_ISREG(status.st_mode))
+    {
+        ::close(handle);
+        return invalid;
+    }
     ::posix_fadvise(handle, 0, 0, POSIX_FADV_SEQUENTIAL);
     return handle;
 }
@@ -76,7 +86,8 @@ int FileHandle::OpenFileForWriting(const File& file)
 {
     // No O_TRUNC: what exists stays, and writing goes on behind it. Whoever wants an
     // empty file deletes the old one first.
-    const int handle = ::open(file.GetFullPath().GetCharPointer(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    // O_NONBLOCK makes a FIFO without a reader fail at once instead of waiting for one.
+    const int handle = ::open(file.GetFullPath().GetCharPointer(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
     if (handle < 0)
         return invalid;
     details::fileSystemCalls.seek(handle, 0, SEEK_END);

@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets and runs each for a while, seeded from the test files.
+#
+#     fuzz/run.sh [seconds per target, default 600] [target name ...]
+#
+# New inputs collect in build/fuzz/corpus/<target>; crashes land in build/fuzz/findings.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$PWD
+seconds=${1:-600}
+shift || true
+
+cmake --preset fuzz > /dev/null
+cmake --build --preset fuzz
+
+seeds_for() {
+    case "$1" in
+        KvoWavReaderFuzzer) find tests/data examples -iname '*.wav' -o -iname '*.w64' -o -iname '*.rf64' ;;
+        KvoAiffReaderFuzzer) find tests/data -iname '*.aif*' ;;
+        KvoMp3ReaderFuzzer) find tests/data -iname '*.mp[123]' ;;
+        KvoDbmdFuzzer) find tests/data -iname '*dbmd*' ;;
+        *) ;;
+    esac
+}
+
+targets=("$@")
+[ ${#targets[@]} -gt 0 ] || mapfile -t targets < <(find build/fuzz/fuzz -maxdepth 1 -type f -name 'Kvo*Fuzzer' -printf '%f\n' | sort)
+mkdir -p build/fuzz/findings
+for target in "${targets[@]}"; do
+    corpus=$root/build/fuzz/corpus/$target
+    mkdir -p "$corpus"
+    while IFS= read -r seed; do
+        [ -f "$seed" ] && [ "$(stat -c %s "$seed")" -le 1048576 ] && cp -n "$seed" "$corpus/"
+    done < <(seeds_for "$target")
+    echo "== $target: $seconds s =="
+    "build/fuzz/fuzz/$target" "$corpus" -max_total_time="$seconds" -timeout=1 -rss_limit_mb=2048 \
+        -max_len=65536 -artifact_prefix="$root/build/fuzz/findings/$target-" -print_final_stats=1 2>&1 |
+        grep -E '^(#[0-9]+.*(DONE|pulse)|stat::|==[0-9]+== ?ERROR|SUMMARY|Test unit written|Slowest unit)' || true
+done
