@@ -144,6 +144,21 @@ TEST_F(DolbyAtmosMetadataTest, BothSegmentsAreReadBehindAnIgnoredOne)
     EXPECT_EQ(std::vector<int>(m.trimMode, m.trimMode + 9), (std::vector<int> { 1, 0, 1, 0, 1, 0, 1, 0, 1 }));
 }
 
+TEST_F(DolbyAtmosMetadataTest, TheSampleChunkOfTheTestData)
+{
+    // Also the fuzzer's seed: a skipped segment, then segments 9 and 10 with three objects.
+    const Parse parse = Run(ReadWholeFile(KVO_TEST_DATA_DIR "/atmos-dbmd.bin"));
+    ASSERT_EQ(parse.message, "") << parse.report;
+    const DolbyAtmosMetadata& m = parse.metadata;
+    EXPECT_TRUE(m.hasAtmosSegment && m.hasSupplementalSegment);
+    EXPECT_EQ(std::string(m.contentCreationTool), "Sample Tool");
+    EXPECT_EQ(std::vector<int>({ m.toolVersionMajor, m.toolVersionMinor, m.toolVersionMicro, m.warpMode }),
+              (std::vector<int> { 1, 2, 3, 1 }));
+    EXPECT_EQ(std::vector<int>(m.objectBinauralRenderMode, m.objectBinauralRenderMode + m.numObjects),
+              (std::vector<int> { 0, 1, 2 }));
+    EXPECT_EQ(std::vector<int>(m.trimMode, m.trimMode + 9), (std::vector<int> { 0, 1, 0, 1, 0, 1, 0, 1, 0 }));
+}
+
 TEST_F(DolbyAtmosMetadataTest, ToolTextFillingItsFieldIsTerminated)
 {
     const Parse parse = Run(Body(Segment(9, AtmosPayload(std::string(64, 'T'), 1, 0, 0, 4))));
