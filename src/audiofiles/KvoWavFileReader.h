@@ -14,6 +14,10 @@ namespace kvo
     (GUID-named chunks with 64-bit sizes). The header is parsed in the constructor, which
     throws if the file can't be read; samples are then decoded through a fixed staging
     block, and whatever the file lacks reads as zero bytes.
+
+    The metadata chunks (bext, cue, LIST INFO and adtl, axml, chna) fill the record's text
+    tables and markers and never refuse a file; a dbmd chunk is parsed for nothing but its
+    refusal, which ends the constructor.
 */
 class WavFileReader : public AudioFileReader
 {
