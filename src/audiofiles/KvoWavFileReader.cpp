@@ -2,11 +2,16 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
+#include <string_view>
+#include <vector>
 
+#include "audiofiles/KvoDolbyAtmosMetadata.h"
 #include "audiofiles/KvoPcmSampleCoding.h"
 #include "core/KvoException.h"
+#include "core/KvoMemoryBlock.h"
 #include "files/KvoFileReader.h"
 
 namespace kvo
@@ -115,6 +120,117 @@ bool IsCompressedFormatReadAsPcm(uint16_t tag)
         default:
             return false;
     }
+}
+
+// ---------------------------------------------------------------------------------------
+// Metadata helpers
+
+/**
+    numBytes at the reader's position as text, zero bytes included. A size beyond the file
+    gives what the file still holds, so a hostile size never decides an allocation.
+*/
+String ReadText(FileReader& reader, int64_t numBytes)
+{
+    numBytes = std::min(numBytes, reader.GetTotalLength() - reader.GetPosition());
+    if (numBytes <= 0)
+        return {};
+    MemoryBlock block;
+    const int64_t numRead = reader.ReadIntoMemoryBlock(block, numBytes);
+    return numRead > 0 ? String(reinterpret_cast<const char*>(block.data), size_t(numRead)) : String();
+}
+
+/** The fixed part of a bext chunk, before its coding history. */
+constexpr int64_t bextFixedSize = 602;
+// The text fields run from the description to the end of the time; a text that fills its
+// field carries on into the next one, and at the latest stops there.
+constexpr size_t bextTextEnd = 338;
+
+/** The zero-terminated text that starts at offset of the bext chunk's fixed bytes. */
+String BextText(const std::array<char, bextFixedSize>& bytes, size_t offset)
+{
+    const std::string_view field(bytes.data() + offset, bextTextEnd - offset);
+    return String(field.substr(0, field.find('\0')));
+}
+
+/** The UMID's bytes in decimal, one after the other; empty when that gives only '0's. */
+String UmidText(const std::array<char, bextFixedSize>& bytes)
+{
+    String text;
+    for (size_t i = 348; i < 412; ++i)
+        text += FromInteger(uint32_t(uint8_t(bytes[i])));
+    return ContainsOnly(text, '0') ? String() : text;
+}
+
+/** A part of the translated time as an integer; held within 64 bits, which a huge reference at a low rate would leave. */
+long long Whole(double value)
+{
+    constexpr double limit = 9.2e18;
+    return (long long)(std::clamp(value, -limit, limit));
+}
+
+/**
+    The time reference as "HH:MM:SS.mmm". The seconds are rounded while the milliseconds are
+    what is left after them, so from half a second on the milliseconds come out negative:
+    1.6 s reads "00:00:02.-400". Files have always been labelled that way.
+*/
+String TranslateTimeReference(int64_t timeReference, double sampleRate)
+{
+    const double ms = double(timeReference) * 1000.0 / sampleRate;
+    double hours = std::floor(ms / 1000.0 / 3600.0);
+    double minutes = std::floor((ms / 1000.0 - hours * 3600) / 60.0);
+    double seconds = std::round(ms / 1000.0) - (hours * 60 + minutes) * 60;
+    if (seconds == 60)
+    {
+        seconds = 0;
+        if (++minutes == 60)
+        {
+            minutes = 0;
+            ++hours;
+        }
+    }
+    const double millis = std::floor(ms - hours * 3600000 - minutes * 60000 - seconds * 1000);
+
+    char text[96];
+    std::snprintf(text, sizeof text, "%02lld:%02lld:%02lld.%03lld", Whole(hours), Whole(minutes), Whole(seconds),
+                  Whole(millis));
+    return text;
+}
+
+// The INFO identifiers understood, in the order they are tried.
+constexpr std::array<const char*, 81> infoIdentifiers {
+    "IARL", "IART", "IBSU", "ICNM", "CMNT", "COMM", "ICMT", "ICMS", "ICOP", "ICDS",
+    "ICNT", "ICRP", "ICRD", "IDIT", "ICAS", "IDIM", "DIRC", "IDST", "IDPI", "IEDT",
+    "IAS8", "CODE", "TCDO", "IENG", "IAS5", "IAS1", "IAS4", "GENR", "IKEY", "LANG",
+    "TLEN", "ILGT", "LOCA", "ILIU", "ILGU", "IMED", "IMBI", "IMBU", "IMIT", "IMIU",
+    "IMUS", "IAS9", "PRT2", "TORG", "PRT1", "IPRO", "IPRD", "IPDS", "ISDT", "RATE",
+    "AGES", "IRTD", "IRIP", "ISGN", "IAS2", "IAS7", "ISHP", "IAS6", "ISFT", "DISP",
+    "ISRC", "ISRF", "ISTR", "STAR", "TCOD", "STAT", "ISBJ", "TAPE", "ITCH", "IAS3",
+    "ISMP", "INAM", "IPRT", "TRCK", "TURL", "VMAJ", "VMIN", "TVER", "IWMU", "IWRI",
+    "YEAR",
+};
+
+/** The INFO key an identifier stands for, its bytes upper-cased; null for one not understood. */
+const char* InfoKeyFor(uint32_t identifier)
+{
+    char upper[4];
+    for (int i = 0; i < 4; ++i)
+    {
+        const char c = char(identifier >> (8 * i));
+        upper[i] = c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c;
+    }
+    for (const char* key : infoIdentifiers)
+        if (std::memcmp(key, upper, 4) == 0)
+            return key;
+    return nullptr;
+}
+
+/** A chna text field: empty when all its bytes are zero, otherwise all of them. */
+String ReadChnaField(FileReader& reader, size_t width)
+{
+    std::array<char, 14> bytes {};
+    reader.Read(bytes.data(), int64_t(width));
+    const bool isEmpty = std::all_of(bytes.begin(), bytes.begin() + width, [](char c) { return c == 0; });
+    return isEmpty ? String() : String(bytes.data(), width);
 }
 
 } // namespace
@@ -242,13 +358,24 @@ bool WavFileReader::readRiffChunk(uint32_t identifier, uint32_t size, Chunk& chu
             readRiffDataChunk(size, chunk);
             break;
 
-        // Metadata chunks, each walked past by its size.
         case FourCC("bext"):
+            readBextChunk(size);
+            break;
         case FourCC("cue "):
+            readCueChunk(size);
+            break;
         case FourCC("LIST"):
+            readListChunk(chunk.next);
+            break;
         case FourCC("axml"):
+            readAxmlChunk(size);
+            break;
         case FourCC("chna"):
+            readChnaChunk(size);
+            break;
         case FourCC("dbmd"):
+            // Kept for nothing: a faulty chunk refuses the file, a sound one changes nothing.
+            DolbyAtmosMetadata::CreateFrom(*fileReader, int(size));
             break;
 
         // Known chunks that carry nothing the reader uses.
@@ -328,7 +455,15 @@ bool WavFileReader::readWave64Chunk(const Guid& identifier, int64_t length, cons
         dataStart = chunk.payload;
         setNumSamplesFromData(length);
     }
-    // fact and junk carry nothing; bext and list are metadata, walked past by their sizes.
+    else if (identifier == bextGuid)
+    {
+        readBextChunk(length);
+    }
+    else if (identifier == listGuid)
+    {
+        readListChunk(chunk.next);
+    }
+    // fact and junk carry nothing.
     return true;
 }
 
@@ -406,6 +541,190 @@ void WavFileReader::setNumSamplesFromData(int64_t length)
 {
     // Believed as stated: frames the file lacks read as zero bytes later.
     metadata.numSamples = bytesPerFrame > 0 ? uint64_t(length / bytesPerFrame) : 0;
+}
+
+// ---------------------------------------------------------------------------------------
+// bext, cue, LIST, axml, chna
+
+void WavFileReader::readBextChunk(int64_t size)
+{
+    std::array<char, bextFixedSize> bytes {};
+    fileReader->Read(bytes.data(), bextFixedSize);
+    const String codingHistory = size > bextFixedSize ? ReadText(*fileReader, size - bextFixedSize) : String();
+
+    uint64_t timeReference = 0;
+    for (size_t i = 345; i >= 338; --i)
+        timeReference = timeReference << 8 | uint8_t(bytes[i]);
+    const uint32_t version = uint32_t(uint8_t(bytes[346])) | uint32_t(uint8_t(bytes[347])) << 8;
+    // Without a rate (fmt comes later in the file) the time can't be translated.
+    const String translatedTime = metadata.sampleRate > 0.0
+                                      ? TranslateTimeReference(int64_t(timeReference), metadata.sampleRate)
+                                      : String();
+
+    StringDictionary entries;
+    entries.set("bwav description", BextText(bytes, 0));
+    entries.set("bwav originator", BextText(bytes, 256));
+    entries.set("bwav originator ref", BextText(bytes, 288));
+    entries.set("bwav origination date", BextText(bytes, 320));
+    entries.set("bwav origination time", BextText(bytes, 330));
+    entries.set("bwav time reference", FromInteger(timeReference));
+    entries.set("bwav smpte umid", UmidText(bytes));
+    entries.set("bwav bwf version", FromInteger(version));
+    entries.set("bwav coding history", codingHistory);
+    entries.set("bwav time reference (translated HH:MM:SS.mmm)", translatedTime);
+
+    metadata.bextEntries = entries;
+    metadata.hasBext = metadata.bextEntries.size() > 0;
+}
+
+void WavFileReader::readCueChunk(int64_t size)
+{
+    // Entries past the end of the file are not looked for: the chunk ends where the file does.
+    const int64_t length = std::max<int64_t>(0, std::min(size, fileReader->GetTotalLength() - fileReader->GetPosition()));
+    std::vector<uint8_t> bytes(size_t(std::max<int64_t>(length, 28)), 0);
+    fileReader->Read(bytes.data(), length);
+    const auto field = [&bytes](int64_t offset) {
+        return uint32_t(bytes[size_t(offset)]) | uint32_t(bytes[size_t(offset + 1)]) << 8
+               | uint32_t(bytes[size_t(offset + 2)]) << 16 | uint32_t(bytes[size_t(offset + 3)]) << 24;
+    };
+
+    const int32_t count = int32_t(field(0));
+    cueEntries.clear();
+    cueEntries.set("NumCuePoints", FromInteger(count));
+    const int64_t numEntries = std::min<int64_t>(count, (length - 4) / 24);
+    static constexpr const char* names[] { "Identifier", "Order", "ChunkID", "ChunkStart", "BlockStart", "Offset" };
+
+    for (int64_t i = 0; i < numEntries; ++i)
+        for (int64_t f = 0; f < 6; ++f)
+            cueEntries.set("Cue" + FromInteger(uint64_t(i)) + names[f], FromInteger(field(4 + 24 * i + 4 * f)));
+
+    for (int64_t i = 0; i < numEntries; ++i)
+    {
+        const uint16_t identifier = uint16_t(field(4 + 24 * i));
+        metadata.addMarker(identifier, field(4 + 24 * i + 20), FromInteger(uint32_t(identifier)));
+    }
+}
+
+void WavFileReader::readListChunk(int64_t end)
+{
+    const uint32_t listType = ReadUInt32(*fileReader);
+    if (listType == FourCC("info") || listType == FourCC("INFO"))
+        readInfoList(end);
+    else if (listType == FourCC("adtl") && fileReader->GetPosition() < end)
+        readAdtlList(end);
+
+    if (infoEntries.size() > 0)
+        infoEntries.set("MetaDataSource", "WAV");
+    attachCueTexts();
+    metadata.listEntries = infoEntries;
+}
+
+void WavFileReader::readInfoList(int64_t end)
+{
+    // Values take no pad byte and unknown identifiers are not skipped: the next header is
+    // read where the last one's reading stopped. Every round reads at least an identifier,
+    // and at the end of the file the size reads as 0, which stops the list.
+    while (fileReader->GetPosition() < end)
+    {
+        const uint32_t identifier = ReadUInt32(*fileReader);
+        const int64_t left = end - fileReader->GetPosition();
+        if (left < 1)
+            continue;
+        const int64_t length = std::min<int64_t>(int32_t(ReadUInt32(*fileReader)), left);
+        if (length < 1)
+            return;
+        if (const char* key = InfoKeyFor(identifier))
+            infoEntries.set(key, ReadText(*fileReader, length));
+    }
+}
+
+void WavFileReader::readAdtlList(int64_t end)
+{
+    uint32_t labels = 0;
+    uint32_t notes = 0;
+    uint32_t regions = 0;
+    // Each round reads a sub-chunk header, so the position moves on until end or the file's end.
+    while (fileReader->GetPosition() < end && !fileReader->IsExhausted())
+    {
+        const uint32_t identifier = ReadUInt32(*fileReader);
+        const uint32_t size = ReadUInt32(*fileReader);
+        const int64_t next = AddClamped(fileReader->GetPosition(), uint64_t(size) + (size & 1));
+
+        if (identifier == FourCC("labl"))
+            readCueText("CueLabel" + FromInteger(labels++), size);
+        else if (identifier == FourCC("note"))
+            readCueText("CueNote" + FromInteger(notes++), size);
+        else if (identifier == FourCC("ltxt"))
+            readCueRegion("CueRegion" + FromInteger(regions++), size);
+        fileReader->SetPosition(next);
+    }
+
+    if (labels > 0)
+        infoEntries.set("NumCueLabels", FromInteger(labels));
+    if (notes > 0)
+        infoEntries.set("NumCueNotes", FromInteger(notes));
+    if (regions > 0)
+        infoEntries.set("NumCueRegions", FromInteger(regions));
+}
+
+void WavFileReader::readCueText(const String& prefix, uint32_t size)
+{
+    infoEntries.set(prefix + "Identifier", FromInteger(ReadUInt32(*fileReader)));
+    infoEntries.set(prefix + "Text", ReadText(*fileReader, int64_t(size) - 4));
+}
+
+void WavFileReader::readCueRegion(const String& prefix, uint32_t size)
+{
+    infoEntries.set(prefix + "Identifier", FromInteger(ReadUInt32(*fileReader)));
+    infoEntries.set(prefix + "SampleLength", FromInteger(ReadUInt32(*fileReader)));
+    infoEntries.set(prefix + "Purpose", FromInteger(ReadUInt32(*fileReader)));
+    infoEntries.set(prefix + "Country", FromInteger(uint32_t(ReadUInt16(*fileReader))));
+    infoEntries.set(prefix + "Language", FromInteger(uint32_t(ReadUInt16(*fileReader))));
+    infoEntries.set(prefix + "Dialect", FromInteger(uint32_t(ReadUInt16(*fileReader))));
+    infoEntries.set(prefix + "CodePage", FromInteger(uint32_t(ReadUInt16(*fileReader))));
+    infoEntries.set(prefix + "Text", ReadText(*fileReader, int64_t(size) - 20));
+}
+
+void WavFileReader::attachCueTexts()
+{
+    // The last adtl entry that names a marker's identifier gives the marker its label.
+    for (AudioFilesMetadata::Marker* marker : metadata.markers)
+    {
+        const String identifier = FromInteger(uint32_t(marker->identifier));
+        for (uint64_t i = 0; i < infoEntries.size(); ++i)
+        {
+            const String& key = infoEntries.keyAt(i);
+            if (!EndsWith(key, "Identifier") || !(infoEntries.valueAt(i) == identifier))
+                continue;
+            String textKey = key;
+            ReplaceLast(textKey, "Identifier", "Text");
+            if (infoEntries.contains(textKey))
+                marker->label = infoEntries.get(textKey);
+        }
+    }
+}
+
+void WavFileReader::readAxmlChunk(int64_t size)
+{
+    metadata.axmlText = ReadText(*fileReader, size);
+}
+
+void WavFileReader::readChnaChunk(int64_t size)
+{
+    ChnaData table;
+    table.numTracks = ReadUInt16(*fileReader);
+    table.numUids = ReadUInt16(*fileReader);
+    const int64_t numEntries = (size - 4) / 40;
+    // Entries wholly past the end of the file are not looked for.
+    for (int64_t i = 0; i < numEntries && !fileReader->IsExhausted(); ++i)
+    {
+        table.trackIndices.PushBack(ReadUInt16(*fileReader));
+        table.trackUids.Add(ReadChnaField(*fileReader, 12));
+        table.trackRefs.Add(ReadChnaField(*fileReader, 14));
+        table.packRefs.Add(ReadChnaField(*fileReader, 11));
+        Skip(*fileReader, 1); // the pad byte
+    }
+    chnaData = std::move(table);
 }
 
 // ---------------------------------------------------------------------------------------

@@ -14,6 +14,10 @@ namespace kvo
     (GUID-named chunks with 64-bit sizes). The header is parsed in the constructor, which
     throws if the file can't be read; samples are then decoded through a fixed staging
     block, and whatever the file lacks reads as zero bytes.
+
+    The metadata chunks (bext, cue, LIST INFO and adtl, axml, chna) fill the record's text
+    tables and markers and never refuse a file; a dbmd chunk is parsed for nothing but its
+    refusal, which ends the constructor.
 */
 class WavFileReader : public AudioFileReader
 {
@@ -32,6 +36,13 @@ public:
     int64_t getDataSize() const noexcept { return dataSize; }
     /** True when the extensible format named the ambisonic PCM subformat. */
     bool isAmbisonic() const noexcept { return isAmbisonicFormat; }
+
+    /** The ADM channel table of the last chna chunk; empty without one. */
+    const ChnaData& getChnaData() const noexcept { return chnaData; }
+    /** The keys of the LIST chunks read so far, before their copy into the metadata's listEntries. */
+    const StringDictionary& getInfoEntries() const noexcept { return infoEntries; }
+    /** The keys of the last cue chunk: "NumCuePoints" and six per cue point. */
+    const StringDictionary& getCueEntries() const noexcept { return cueEntries; }
 
     /** Bytes of staging memory that samples pass through on their way from the file. */
     static constexpr int32_t rawBlockSize = 5760;
@@ -61,6 +72,20 @@ private:
     void applyFormatTag(uint16_t tag, int64_t size);
     void readFormatExtension();
     void setNumSamplesFromData(int64_t length);
+
+    // Metadata chunks. Each starts at the chunk's payload; the walk seeks past the chunk
+    // afterwards, whatever was consumed.
+    void readBextChunk(int64_t size);
+    void readCueChunk(int64_t size);
+    void readListChunk(int64_t end);
+    void readInfoList(int64_t end);
+    void readAdtlList(int64_t end);
+    void readCueText(const String& prefix, uint32_t size);
+    void readCueRegion(const String& prefix, uint32_t size);
+    void attachCueTexts();
+    void readAxmlChunk(int64_t size);
+    void readChnaChunk(int64_t size);
+
     void checkReadable() const;
     /** Throws the reader's refusal of this file, reported at location. */
     [[noreturn]] void refuse(const CodeLocation& location) const;
@@ -72,7 +97,10 @@ private:
     int64_t dataStart = 0;
     int64_t dataSize = 0;
     std::array<char, rawBlockSize> rawBlock {};
+    ChnaData chnaData;
+    StringDictionary infoEntries;
     bool isAmbisonicFormat = false;
+    StringDictionary cueEntries;
 };
 
 } // namespace kvo

@@ -1,0 +1,290 @@
+// DolbyAtmosMetadata: dbmd chunk bodies built byte by byte, parsed from a file as the WAV
+// reader hands them over; every refusal with its text and the function that raises it.
+
+#include <cstdint>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "KvoStreamCapture.h"
+#include "KvoTestUtilities.h"
+#include "KvoWavTestFiles.h"
+#include "audiofiles/KvoDolbyAtmosMetadata.h"
+#include "core/KvoException.h"
+#include "files/KvoFileReader.h"
+
+namespace kvo
+{
+namespace
+{
+
+using namespace testing;
+
+constexpr uint32_t sync = 0xF8726FBD;
+
+/** A segment: identifier, 16-bit size, payload, and the checksum byte that makes size and payload sum to 0. */
+std::string Segment(int id, const std::string& payload, int checksumError = 0)
+{
+    unsigned sum = payload.size() & 0xFF;
+    for (const char c : payload)
+        sum += uint8_t(c);
+    return Bytes().U8(uint64_t(id)).U16(payload.size()).Text(payload).U8((256 - sum % 256 + checksumError) % 256);
+}
+
+/** The payload of an Atmos segment of size bytes, its fields set. */
+std::string AtmosPayload(const std::string& tool, int major, int minor, int micro, uint8_t warpByte, size_t size = 248)
+{
+    std::string p(248, '\x5A');
+    p.replace(32, 64, Bytes().Field(tool, 64).s);
+    p[96] = char(major);
+    p[97] = char(minor);
+    p[98] = char(micro);
+    p[152] = char(warpByte);
+    p.resize(size, '\x5A');
+    return p;
+}
+
+const std::vector<uint8_t> trims { 0xFF, 0xFE, 0x01, 0x00, 0x03, 0x02, 0x81, 0x80, 0x11 };
+
+/** A supplemental payload: sync, the objects' count, the trim records, the render bytes, extra bytes. */
+std::string SupplementalPayload(uint32_t syncWord, const std::vector<uint8_t>& renderBytes, size_t extra = 0)
+{
+    Bytes b;
+    b.U32(syncWord).U16(renderBytes.size()).U8(0xEE);
+    for (const uint8_t t : trims)
+        b.U8(t).Text(std::string(14, '\x33'));
+    b.Text(std::string(renderBytes.size(), '\x44'));
+    for (const uint8_t r : renderBytes)
+        b.U8(r);
+    return b.Text(std::string(extra, '\x55'));
+}
+
+/** A chunk body: version, segments, the terminating identifier 0. */
+std::string Body(const std::string& segments, uint32_t version = DolbyAtmosMetadata::supportedDbmdVersion)
+{
+    return Bytes().U32(version).Text(segments).U8(0);
+}
+
+/** The outcome of parsing a body from a file. */
+struct Parse
+{
+    DolbyAtmosMetadata metadata {};
+    std::string message;   // empty when it parsed
+    std::string signature; // of the function that threw
+    std::string report;    // what the exception printed
+    int64_t position = 0;  // the reader's position afterwards
+};
+
+class DolbyAtmosMetadataTest : public ::testing::Test
+{
+protected:
+    /** Parses fileBytes with chunkSize from the start of a file holding them. */
+    Parse Run(const std::string& fileBytes, int chunkSize)
+    {
+        WriteWholeFile(folder / "chunk.bin", fileBytes);
+        FileReader reader(File(String(folder / "chunk.bin")));
+        Parse parse;
+        StreamCapture err(std::cerr);
+        try
+        {
+            parse.metadata = DolbyAtmosMetadata::CreateFrom(reader, chunkSize);
+        }
+        catch (const Exception& e)
+        {
+            parse.message = e.GetMessage().GetStdString();
+            parse.signature = e.GetFunctionSignature().GetStdString();
+        }
+        parse.report = err.GetText();
+        parse.position = reader.GetPosition();
+        return parse;
+    }
+
+    Parse Run(const std::string& body) { return Run(body, int(body.size())); }
+
+    /** The message a body is refused with, checked to be the printed one and to come from function. */
+    std::string Refusal(const std::string& body, const std::string& function)
+    {
+        const Parse parse = Run(body);
+        EXPECT_NE(parse.report.find("\n" + parse.message + "\n"), std::string::npos) << parse.report;
+        EXPECT_NE(parse.signature.find("DolbyAtmosMetadata::" + function + "("), std::string::npos) << parse.signature;
+        return parse.message;
+    }
+
+    TemporaryFolder folder;
+};
+
+// ---------------------------------------------------------------------------------------
+// What is read
+
+TEST_F(DolbyAtmosMetadataTest, BothSegmentsAreReadAndOthersSkipped)
+{
+    // Skipped segments' checksums are not looked at; a repeated segment overrides the first.
+    const std::vector<uint8_t> render { 0x00, 0xF9, 0x07, 0xFC };
+    const std::string body = Body(Segment(1, "skip me", 1) + Segment(200, "", 7)
+                                  + Segment(9, AtmosPayload(std::string(64, 'T'), 4, 2, 17, 0xFB))
+                                  + Segment(10, SupplementalPayload(sync, { 5, 5 }))
+                                  + Segment(10, SupplementalPayload(sync, render, 3)));
+    const Parse parse = Run(body);
+    ASSERT_EQ(parse.message, "") << parse.report;
+    EXPECT_EQ(parse.position, int64_t(body.size()));
+
+    const DolbyAtmosMetadata& m = parse.metadata;
+    EXPECT_TRUE(m.hasAtmosSegment && m.hasSupplementalSegment);
+    EXPECT_EQ(std::string(m.contentCreationTool), std::string(64, 'T')); // terminated after its 64 bytes
+    // The upper five bits of the warp mode and of the render modes are dropped.
+    EXPECT_EQ(std::vector<int>({ m.toolVersionMajor, m.toolVersionMinor, m.toolVersionMicro, m.warpMode }),
+              (std::vector<int> { 4, 2, 17, 3 }));
+    EXPECT_EQ(std::vector<int>(m.objectBinauralRenderMode, m.objectBinauralRenderMode + m.numObjects),
+              (std::vector<int> { 0, 1, 7, 4 }));
+    EXPECT_EQ(std::vector<int>(m.trimMode, m.trimMode + 9), (std::vector<int> { 1, 0, 1, 0, 1, 0, 1, 0, 1 }));
+
+    // The sample chunk of the test data, which also seeds the fuzzer.
+    const Parse sample = Run(ReadWholeFile(KVO_TEST_DATA_DIR "/atmos-dbmd.bin"));
+    ASSERT_EQ(sample.message, "") << sample.report;
+    EXPECT_EQ(std::string(sample.metadata.contentCreationTool), "Sample Tool");
+    EXPECT_EQ(sample.metadata.numObjects, 3);
+    EXPECT_EQ(sample.metadata.objectBinauralRenderMode[2], 2);
+}
+
+TEST_F(DolbyAtmosMetadataTest, NoSegmentsLeavesBothFlagsFalse)
+{
+    // Whatever follows the terminator is not looked at.
+    const Parse parse = Run(Body("") + Segment(9, "too short"));
+    ASSERT_EQ(parse.message, "");
+    EXPECT_FALSE(parse.metadata.hasAtmosSegment);
+    EXPECT_FALSE(parse.metadata.hasSupplementalSegment);
+}
+
+TEST_F(DolbyAtmosMetadataTest, AtMostOneHundredAndTwentyEightObjects)
+{
+    std::vector<uint8_t> render(128);
+    for (size_t i = 0; i < render.size(); ++i)
+        render[i] = uint8_t(i * 37);
+    Parse parse = Run(Body(Segment(10, SupplementalPayload(sync, render))));
+    ASSERT_EQ(parse.message, "");
+    EXPECT_EQ(parse.metadata.numObjects, 128);
+    for (size_t i = 0; i < render.size(); ++i)
+        EXPECT_EQ(parse.metadata.objectBinauralRenderMode[i], int(render[i] & 7)) << i;
+
+    // 129 objects with a sound checksum: refused by the count.
+    render.push_back(1);
+    EXPECT_EQ(Refusal(Body(Segment(10, SupplementalPayload(sync, render))), "parseDolbyAtmosSplmlMetadata"),
+              "Too many objects");
+}
+
+TEST_F(DolbyAtmosMetadataTest, ShortSupplementalSegmentReadsOnIntoWhatFollows)
+{
+    // A segment of only the sync word and the count: the skipped byte is its checksum, the
+    // trim records come from the bytes after it, and the walk goes on behind them.
+    const std::string segment = Segment(10, Bytes().U32(sync).U16(0));
+    std::string records;
+    for (const uint8_t t : trims)
+        records += Bytes().U8(t).Text(std::string(14, '\0')).s;
+    const Parse parse = Run(Body(segment + records));
+    ASSERT_EQ(parse.message, "") << parse.report;
+    EXPECT_EQ(std::vector<int>(parse.metadata.trimMode, parse.metadata.trimMode + 9),
+              (std::vector<int> { 1, 0, 1, 0, 1, 0, 1, 0, 1 }));
+
+    // Without those bytes the reading would leave the chunk.
+    EXPECT_EQ(Refusal(Body(segment), "readLittleEndianField"), "Segment runs past the end of 'dbmd' chunk");
+}
+
+// ---------------------------------------------------------------------------------------
+// Refusals
+
+TEST_F(DolbyAtmosMetadataTest, SixThousandOneHundredAndFortyFourBytesAtMost)
+{
+    std::string body = Body(Segment(9, AtmosPayload("x", 1, 2, 3, 0)));
+    body.resize(6144, '\xAB');
+    Parse parse = Run(body + "tail", 6144);
+    ASSERT_EQ(parse.message, "");
+    EXPECT_TRUE(parse.metadata.hasAtmosSegment);
+    EXPECT_EQ(parse.position, 6144);
+
+    // Refused before a byte is read, as is a size of 2 GiB or more, which arrives negative.
+    for (const int size : { 6145, -2 })
+    {
+        parse = Run(body + "z", size);
+        EXPECT_EQ(parse.message, "Invalid chunk size for 'dbmd'");
+        EXPECT_NE(parse.signature.find("DolbyAtmosMetadata::CreateFrom("), std::string::npos);
+        EXPECT_EQ(parse.position, 0);
+    }
+}
+
+TEST_F(DolbyAtmosMetadataTest, VersionsUpToTheSupportedOne)
+{
+    for (const uint32_t version : { 0x01000007u, 0x00FFFFFFu, 0x01000006u, 0x00000000u })
+        EXPECT_EQ(Run(Body("", version)).message, "") << std::hex << version;
+    for (const uint32_t version : { 0x01000008u, 0x02000000u, 0x01010000u, 0x01000100u })
+        EXPECT_EQ(Refusal(Body("", version), "CreateFrom"), "Newer (unsupported) version for 'dbmd' chunk")
+            << std::hex << version;
+}
+
+TEST_F(DolbyAtmosMetadataTest, SegmentSizesAndChecksums)
+{
+    // Segment 9 is 248 bytes or refused, whatever its checksum says.
+    for (const size_t size : { 247u, 249u, 0u })
+        EXPECT_EQ(Refusal(Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0, size))), "parseDolbyAtmosMetadata"),
+                  "unsupported segment size")
+            << size;
+    EXPECT_EQ(Refusal(Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0), 1)), "parseDolbyAtmosMetadata"),
+              "invalid checksum");
+
+    // Segment 10's checksum is looked at before its sync word.
+    const std::string badSync = SupplementalPayload(0x12345678, { 1 });
+    EXPECT_EQ(Refusal(Body(Segment(10, badSync, 1)), "parseDolbyAtmosSplmlMetadata"), "invalid checksum");
+    EXPECT_EQ(Refusal(Body(Segment(10, badSync)), "parseDolbyAtmosSplmlMetadata"), "Bad DASMS Sync");
+
+    // Of a size of 260 only the low byte, 4, counts: with the high byte too the sum would be one more.
+    const std::string payload = SupplementalPayload(sync, {}, 260 - 142);
+    EXPECT_EQ(Run(Body(Segment(10, payload))).message, "");
+    EXPECT_EQ(Run(Body(Segment(10, payload, 255))).message, "invalid checksum");
+}
+
+TEST_F(DolbyAtmosMetadataTest, ChunksEndingTooSoon)
+{
+    const std::string overrun = "Segment runs past the end of 'dbmd' chunk";
+    EXPECT_EQ(Refusal("", "CreateFrom"), "Truncated 'dbmd' chunk");
+    EXPECT_EQ(Refusal(std::string("\x07\x00\x00", 3), "CreateFrom"), "Truncated 'dbmd' chunk");
+    EXPECT_EQ(Refusal(Bytes().U32(0x01000007).Text(Segment(1, "abc")), "CreateFrom"),
+              "Missing end of segments in 'dbmd' chunk");
+    EXPECT_EQ(Refusal(Bytes().U32(0x01000007).U8(1).U8(5), "readLittleEndianField"), overrun); // half a size
+    EXPECT_EQ(Refusal(Bytes().U32(0x01000007).U8(1).U16(100).Text("abc"), "readLittleEndianField"), overrun);
+
+    // Read segments that lack their checksum byte.
+    std::string atmos = Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0)));
+    EXPECT_EQ(Refusal(atmos.substr(0, atmos.size() - 2), "parseDolbyAtmosMetadata"), overrun);
+    std::string supplemental = Body(Segment(10, SupplementalPayload(sync, { 1, 2 })));
+    EXPECT_EQ(Refusal(supplemental.substr(0, supplemental.size() - 2), "parseDolbyAtmosSplmlMetadata"), overrun);
+
+    // A file that ends before the stated size: the walk keeps to the bytes read.
+    EXPECT_EQ(Run(atmos, int(atmos.size()) + 100).message, "");
+    EXPECT_EQ(Run(atmos.substr(0, 100), int(atmos.size())).message, overrun);
+}
+
+TEST(DolbyAtmosFieldReader, LittleEndianValuesAndSkips)
+{
+    unsigned char bytes[40] { 0x01, 0x02, 0x03, 0x04, 0xFF, 0xEE };
+    unsigned char* cursor = bytes;
+    const unsigned char* end = bytes + sizeof bytes;
+
+    EXPECT_EQ(DolbyAtmosMetadata::readLittleEndianField(0, &cursor, end), 0u);
+    EXPECT_EQ(DolbyAtmosMetadata::readLittleEndianField(-3, &cursor, end), 0u);
+    EXPECT_EQ(cursor, bytes);
+    EXPECT_EQ(DolbyAtmosMetadata::readLittleEndianField(4, &cursor, end), 0x04030201u);
+    EXPECT_EQ(DolbyAtmosMetadata::readLittleEndianField(1, &cursor, end), 0xFFu);
+    EXPECT_EQ(DolbyAtmosMetadata::readLittleEndianField(2, &cursor, end), 0x00EEu);
+    DolbyAtmosMetadata::readLittleEndianField(33, &cursor, end);
+    EXPECT_EQ(cursor, end);
+
+    StreamCapture err(std::cerr);
+    EXPECT_EQ(MessageOf([&] { DolbyAtmosMetadata::readLittleEndianField(1, &cursor, end); }),
+              "Segment runs past the end of 'dbmd' chunk");
+    EXPECT_EQ(cursor, end);
+    EXPECT_EQ(DolbyAtmosMetadata::labelFor(DolbyAtmosMetadata::warpModeLabels, 5), nullptr); // past the table
+}
+
+} // namespace
+} // namespace kvo
