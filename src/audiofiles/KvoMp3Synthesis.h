@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+
+namespace kvo
+{
+
+/**
+    The polyphase synthesis filter's history for two channels, held in the decoder state.
+    Each channel has two halves of 17 rows by 16 slots, which the 32-point transform fills
+    and the window reads in place.
+*/
+struct Mp3SynthesisState
+{
+    float synthBuffers[2][2][272] {};
+    /** Slot of the newest transform result, 0 to 15; channel 0 moves it, channel 1 shares it. */
+    int32_t synthOffset = 1;
+
+    /** Silence in the history and the offset of a fresh stream. */
+    void reset() noexcept;
+};
+
+/**
+    Turns one row of 32 sub-band values into 32 samples of channel (0 or 1), written at
+    out + samplesDone; samplesDone then grows by 32. For stereo, give a row to channel 0 and
+    then the same row to channel 1 (which reuses the offset channel 0 has just moved).
+    No scaling after the window and no clipping: full-scale input may give samples beyond 1.0.
+*/
+void synthesise(Mp3SynthesisState& state, const float* subbands, int channel, float* out, int& samplesDone);
+
+/**
+    V[i] = sum over k of in[k] cos((2k + 1) i pi / 64), i from 0 to 31. Row r of first (r from
+    0 to 16) receives V[16 - r], row r of second (r from 0 to 15) receives V[16 + r]; rows are
+    16 floats apart.
+*/
+void fastDct32(float* first, float* second, const float* in);
+
+} // namespace kvo

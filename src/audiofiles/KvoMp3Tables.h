@@ -1,0 +1,126 @@
+#pragma once
+
+#include <cstdint>
+
+namespace kvo
+{
+
+/** One Huffman code table of Layer III big values: its tree and the escape bits of value 15. */
+struct Mp3HuffmanTable
+{
+    /**
+        The code as a tree walked one bit at a time. A negative entry is a branch: read a bit,
+        and if it is 1 skip the entry's magnitude of entries after this one; then read the next
+        entry. A non-negative entry is a leaf: x in the bits above the low 4, y in the low 4.
+    */
+    const int16_t* tree = nullptr;
+    /** Bits added to a value of 15 (0: no escape). */
+    int32_t linbits = 0;
+};
+
+/**
+    One record of a band map: a run of lines that share a scale factor band and a gain.
+    Window 3 is a long band (lines consecutive, step 1); windows 0 to 2 are the short windows,
+    whose lines are stored interleaved with window fastest (step 3), so dequantising places
+    short-block lines in their final order.
+*/
+struct Mp3BandRecord
+{
+    int16_t pairs = 0; ///< width of the run in line pairs
+    int16_t start = 0; ///< first line in the spectrum
+    int16_t window = 3;
+    int16_t band = 0; ///< scale factor band
+};
+
+/** The records of one map and how many there are. */
+struct Mp3BandMap
+{
+    static constexpr int maxRecords = 39;
+    Mp3BandRecord records[maxRecords] {};
+    int32_t numRecords = 0;
+
+    const Mp3BandRecord* begin() const noexcept { return records; }
+    const Mp3BandRecord* end() const noexcept { return records + numRecords; }
+};
+
+/**
+    Every table the MPEG audio decoder's synthesis filter and Layer III share, built once for
+    the process on first use by GetMp3Tables() and read-only after that. Non-trivial factors
+    are computed in double precision and stored as float.
+*/
+struct Mp3Tables
+{
+    // Synthesis filterbank --------------------------------------------------------------------
+
+    /** Row i, entry k (k below 16 >> i): 1 / (2 cos(pi (2k + 1) / (64 >> i))). */
+    float synthCosTables[5][16];
+    /** The pre-signed synthesis window, each run of 16 taps stored twice 16 floats apart. */
+    float synthWindow[544];
+
+    // Layer III ------------------------------------------------------------------------------
+
+    /** Entry i: i to the power 4/3. */
+    float powerTable[8207];
+    /** Entry k: 2 to the power (46 - k) / 4. */
+    float gainTable[378];
+    /** Anti-alias butterflies: 1 / sqrt(1 + c^2) and c / sqrt(1 + c^2). */
+    float antialiasCs[8];
+    float antialiasCa[8];
+    /** IMDCT windows by block type, with the transform's output twiddle folded in. */
+    float imdctWindow[4][36];
+    /** The same windows with every odd entry negated (row 2: its 12 entries), for odd sub-bands. */
+    float imdctWindowOdd[4][36];
+    /** Intensity stereo factors, MPEG-1: [msStereo][is_pos]. */
+    float intensityLeft[2][16];
+    float intensityRight[2][16];
+    /** Intensity stereo factors, low rates: [msStereo][scalefac_compress & 1][is_pos]. */
+    float intensityLowLeft[2][2][16];
+    float intensityLowRight[2][2][16];
+    /** [sampleRateIndex][band]: number of sub-bands up to the long band boundary, at most 32. */
+    int32_t longLimit[9][23];
+    /** [sampleRateIndex][band]: number of sub-bands up to the short band boundary, at most 32. */
+    int32_t shortLimit[9][14];
+    /** [sampleRateIndex][kind]: kind 0 mixed blocks, 1 short blocks, 2 long blocks. */
+    Mp3BandMap bandMaps[9][3];
+    /**
+        Low-rate scale factor lengths by scalefac_compress (the intensity channel's by half of it):
+        bits 0-2, 3-5, 6-8, 9-11 the lengths of the four groups, bits 12-14 the table number in
+        bandCounts, bit 15 preflag.
+    */
+    uint16_t lowRateLengths[512];
+    uint16_t lowRateLengthsIntensity[256];
+    /** Huffman tables by table_select. */
+    Mp3HuffmanTable huffmanTables[32];
+    /** The two count1 trees by count1table_select; leaves hold v, w, x, y in bits 3 to 0. */
+    const int16_t* count1Trees[2];
+
+    /** Storage behind huffmanTables and count1Trees. */
+    static constexpr int huffmanStorageSize = 2804;
+    int16_t huffmanStorage[huffmanStorageSize];
+
+    // Stored tables ---------------------------------------------------------------------------
+
+    /**
+        Scale factor bands by sampleRateIndex (44100, 48000, 32000, 22050, 24000, 16000, 11025,
+        12000, 8000 Hz): 23 long boundaries, 22 long widths, 14 short boundaries (in lines of
+        all three windows), 13 short widths.
+    */
+    static const int16_t bandTable[9][72];
+    static constexpr int longBoundaries = 0;
+    static constexpr int longWidths = 23;
+    static constexpr int shortBoundaries = 45;
+    static constexpr int shortWidths = 59;
+
+    /** MPEG-1 scale factor lengths (s0, s1) by scalefac_compress. */
+    static const uint8_t scaleFactorLengths[16][2];
+    /** Long-block pre-emphasis by band, and the same shape of zeros when preflag is clear. */
+    static const uint8_t pretab[22];
+    static const uint8_t pretabZero[22];
+    /** Low-rate scale factor counts: [block kind: long, short, mixed][table number][group]. */
+    static const uint8_t bandCounts[3][6][4];
+};
+
+/** The process's tables, built on the first call under a thread-safe guard. */
+const Mp3Tables& GetMp3Tables();
+
+} // namespace kvo
