@@ -19,6 +19,7 @@
 #include "audiofiles/KvoAudioFileReader.h"
 #include "audiofiles/KvoMp3Layer12.h"
 #include "containers/KvoAudioBuffer.h"
+#include "core/KvoException.h"
 
 namespace kvo
 {
@@ -226,8 +227,8 @@ std::vector<uint8_t> WriteLayer1(const Layer1Content& f)
     return w.bytes;
 }
 
-/** Random allocations (1 to 14), scale factors and codes; joint stereo shares above the bound. */
-Layer1Content RandomLayer1(std::mt19937& random, int mode, int modeExtension)
+/** Random allocations (0 to maxAllocation), scale factors and codes; joint stereo shares above the bound. */
+Layer1Content RandomLayer1(std::mt19937& random, int mode, int modeExtension, uint32_t maxAllocation = 14)
 {
     Layer1Content f;
     f.header = Header(1, mode, modeExtension);
@@ -235,7 +236,7 @@ Layer1Content RandomLayer1(std::mt19937& random, int mode, int modeExtension)
         for (int ch = 0; ch < f.Channels(); ++ch)
         {
             const bool shared = ch == 1 && sb >= f.Bound();
-            f.allocation[ch][sb] = shared ? f.allocation[0][sb] : int(random() % 15);
+            f.allocation[ch][sb] = shared ? f.allocation[0][sb] : int(random() % (maxAllocation + 1));
             // Scale factors from 9 (0.25) keep the sum of 32 bands near full scale.
             f.scaleFactor[ch][sb] = f.allocation[ch][sb] != 0 ? 9 + int(random() % 54) : 0;
             for (int s = 0; s < 12; ++s)
@@ -255,6 +256,21 @@ void Layer1Subbands(const Layer1Content& f, int s, int ch, double* out)
         const int a = f.allocation[ch][sb];
         out[sb] = a == 0 ? 0.0 : Requantise(f.codes[s][ch][sb], (1 << (a + 1)) - 1) * ScaleFactor(f.scaleFactor[ch][sb]);
     }
+}
+
+/** The direct decode of one channel of a run of frames. */
+std::vector<double> Layer1Reference(const std::vector<Layer1Content>& contents, int ch)
+{
+    ReferenceSynthesis synthesis;
+    std::vector<double> expected;
+    for (const Layer1Content& c : contents)
+        for (int s = 0; s < 12; ++s)
+        {
+            double subbands[32];
+            Layer1Subbands(c, s, ch, subbands);
+            synthesis.Row(subbands, expected);
+        }
+    return expected;
 }
 
 //==============================================================================
@@ -469,15 +485,7 @@ void CheckLayer1(const std::vector<Layer1Content>& contents, ErrorFigures& worst
     const int channels = contents.front().Channels();
     for (int ch = 0; ch < channels; ++ch)
     {
-        ReferenceSynthesis synthesis;
-        std::vector<double> expected;
-        for (const Layer1Content& c : contents)
-            for (int s = 0; s < 12; ++s)
-            {
-                double subbands[32];
-                Layer1Subbands(c, s, ch, subbands);
-                synthesis.Row(subbands, expected);
-            }
+        const std::vector<double> expected = Layer1Reference(contents, ch);
         ASSERT_EQ(out.channels[ch].size(), expected.size());
         const ErrorFigures e = Compare(expected, out.channels[ch].data(), expected.size());
         EXPECT_LT(e.rms, maxRmsError) << "channel " << ch;
@@ -822,6 +830,178 @@ TEST(Layer2Files, MatchTheirReferenceDecodes)
             worst.max = std::max(worst.max, e.max);
         }
         std::printf("[ mp2 ] %-22s rms %.3g max %.3g\n", f.name, worst.rms, worst.max);
+    }
+}
+
+/** Reads every channel of a file from its start; the result of readSamples beside. */
+struct FileSamples
+{
+    std::vector<std::vector<float>> channels;
+    bool complete = false;
+};
+
+FileSamples ReadAll(AudioFileReader& reader, uint64_t numSamples)
+{
+    AudioBuffer<float> buffer(reader.getNumChannels(), numSamples);
+    FileSamples result;
+    result.complete = reader.readSamples(buffer, 0, numSamples, 0);
+    for (uint32_t ch = 0; ch < reader.getNumChannels(); ++ch)
+        result.channels.emplace_back(buffer.GetReadPointer(ch), buffer.GetReadPointer(ch) + numSamples);
+    return result;
+}
+
+/**
+    Layer I frames at 448 kbit/s and 32 kHz (672 bytes each), header and, with crc, a CRC
+    word that nothing checks; the bytes behind the samples are zeros.
+*/
+std::string Layer1File(const std::vector<Layer1Content>& frames, bool crc)
+{
+    std::string bytes;
+    for (const Layer1Content& f : frames)
+    {
+        std::string frame = {char(0xFF), char(crc ? 0xFE : 0xFF), char(0xE8), char(f.header.mode << 6 | f.header.modeExtension << 4)};
+        if (crc)
+            frame += "\x5A\xA5";
+        const std::vector<uint8_t> body = WriteLayer1(f);
+        frame.append(body.begin(), body.end());
+        EXPECT_LE(frame.size(), 672u);
+        frame.resize(672, '\0');
+        bytes += frame;
+    }
+    return bytes;
+}
+
+void WriteFile(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+}
+
+TEST(Layer1Files, ReportThreeTimesTheirLengthAndDecodeLikeTheDirectComputation)
+{
+    testing::TemporaryFolder folder;
+    std::mt19937 random(384);
+    struct Kind { int mode; int extension; bool crc; const char* name; };
+    for (const Kind& k : {Kind{3, 0, false, "mono"}, Kind{1, 1, true, "joint stereo, CRC"}, Kind{0, 0, false, "stereo"}})
+    {
+        SCOPED_TRACE(k.name);
+        std::vector<Layer1Content> contents;
+        for (int i = 0; i < 5; ++i)
+            contents.push_back(RandomLayer1(random, k.mode, k.extension, 3));
+        const std::string path = folder / "layer1.mp3";
+        WriteFile(path, Layer1File(contents, k.crc));
+        ::testing::internal::CaptureStderr();
+        auto reader = AudioFileReader::CreateReaderFor(File(String(path)));
+        ::testing::internal::GetCapturedStderr();
+        ASSERT_TRUE(reader);
+        EXPECT_EQ(reader->getMetadata().sampleRate, 32000.0);
+        EXPECT_EQ(reader->getNumChannels(), k.mode == 3 ? 1u : 2u);
+        // Five frames counted at 1152 samples each, though each yields 384.
+        ASSERT_EQ(reader->getNumSamples(), 5u * 1152u);
+        const FileSamples read = ReadAll(*reader, 5 * 1152);
+        EXPECT_FALSE(read.complete); // the second half and more of the reported length is not there
+        for (int ch = 0; ch < int(reader->getNumChannels()); ++ch)
+        {
+            const std::vector<double> expected = Layer1Reference(contents, ch);
+            ASSERT_EQ(expected.size(), 5u * 384u);
+            const ErrorFigures e = Compare(expected, read.channels[size_t(ch)].data(), expected.size());
+            EXPECT_LT(e.rms, maxRmsError) << ch;
+            EXPECT_LT(e.max, maxAbsError) << ch;
+            const auto& rest = read.channels[size_t(ch)];
+            EXPECT_TRUE(std::all_of(rest.begin() + 5 * 384, rest.end(), [](float v) { return v == 0.0f; })) << ch;
+        }
+    }
+}
+
+TEST(Layer2Files, JoinWithLayer3AndWav)
+{
+    testing::TemporaryFolder folder;
+    const std::string layer2 = AsMp3(folder, DataPath("tl-joint-44k-192.mp2"), "a.mp3");
+    const std::string layer3 = AsMp3(folder, DataPath("join-layer3-44k-mono.mp3"), "b.mp3");
+    const testing::ProgramRun run = testing::RunSonaJoin({"-i", "a.mp3, b.mp3, a.mp3", "-d", "out.wav"}, folder.GetPath());
+    ASSERT_EQ(run.exitCode, 0) << run.standardOutput << run.standardError;
+
+    ::testing::internal::CaptureStderr();
+    auto first = AudioFileReader::CreateReaderFor(File(String(layer2)));
+    auto second = AudioFileReader::CreateReaderFor(File(String(layer3)));
+    auto out = AudioFileReader::CreateReaderFor(File(String(folder / "out.wav")));
+    ::testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(first && second && out);
+    const uint64_t n1 = first->getNumSamples(), n2 = second->getNumSamples();
+    EXPECT_EQ(out->getMetadata().bitsPerSample, 32u);
+    EXPECT_TRUE(out->getMetadata().isFloat);
+    EXPECT_EQ(out->getNumChannels(), 2u);
+    ASSERT_EQ(out->getNumSamples(), 2 * n1 + n2);
+
+    // Each part is what its own reader gives, the mono Layer III part silent on the right.
+    const FileSamples joined = ReadAll(*out, 2 * n1 + n2);
+    const FileSamples a = ReadAll(*first, n1);
+    const FileSamples b = ReadAll(*second, n2);
+    for (int ch = 0; ch < 2; ++ch)
+        for (uint64_t i = 0; i < n1; ++i)
+        {
+            ASSERT_EQ(joined.channels[size_t(ch)][i], a.channels[size_t(ch)][i]) << ch << " " << i;
+            ASSERT_EQ(joined.channels[size_t(ch)][n1 + n2 + i], a.channels[size_t(ch)][i]) << ch << " " << i;
+        }
+    for (uint64_t i = 0; i < n2; ++i)
+    {
+        ASSERT_EQ(joined.channels[0][n1 + i], b.channels[0][i]) << i;
+        ASSERT_EQ(joined.channels[1][n1 + i], 0.0f) << i;
+    }
+    // And the Layer II part is the reference decode.
+    const std::vector<float> reference = ReadFloats(DataPath("tl-joint-44k-192.f32"));
+    std::vector<double> left(reference.size() / 2);
+    for (size_t i = 0; i < left.size(); ++i)
+        left[i] = reference[2 * i];
+    const ErrorFigures e = Compare(left, joined.channels[0].data(), left.size());
+    EXPECT_LT(e.max, maxAbsError);
+}
+
+TEST(Layer12Files, DamagedStreamsNeverFail)
+{
+    // Fixtures with bytes overwritten at random, cut short, or with random bytes in the
+    // middle, and a Layer I file likewise: each opens or is refused, and reads to its end.
+    testing::TemporaryFolder folder;
+    std::mt19937 random(2026);
+    std::mt19937 layer1Random(11);
+    std::vector<Layer1Content> layer1;
+    for (int i = 0; i < 4; ++i)
+        layer1.push_back(RandomLayer1(layer1Random, 1, 2, 3));
+    std::vector<std::string> sources = {Layer1File(layer1, true)};
+    for (const char* name : {"tl-joint-44k-192.mp2", "tl-stereo-crc-48k-256.mp2", "tl-mono-16k-32.mp2", "ff-stereo-24k-96.mp2"})
+    {
+        std::ifstream in(DataPath(name), std::ios::binary);
+        sources.emplace_back((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    }
+    for (int trial = 0; trial < 60; ++trial)
+    {
+        std::string bytes = sources[size_t(trial) % sources.size()];
+        switch (trial / int(sources.size()) % 3)
+        {
+            case 0:
+                for (int i = 0; i < 40; ++i)
+                    bytes[random() % bytes.size()] = char(random());
+                break;
+            case 1:
+                bytes.resize(random() % bytes.size());
+                break;
+            default:
+                for (size_t i = bytes.size() / 3; i < bytes.size() / 2; ++i)
+                    bytes[i] = char(random());
+                break;
+        }
+        const std::string path = folder / "damaged.mp3";
+        WriteFile(path, bytes);
+        ::testing::internal::CaptureStderr();
+        try
+        {
+            auto reader = AudioFileReader::CreateReaderFor(File(String(path)));
+            if (reader && reader->getNumSamples() < 1000000)
+                ReadAll(*reader, reader->getNumSamples() + 3000);
+        }
+        catch (const Exception&)
+        {
+        }
+        ::testing::internal::GetCapturedStderr();
     }
 }
 

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Rebuilds the MPEG audio Layer II fixtures and their reference decodes.
-# Needs sox, twolame, ffmpeg and mpg123 (Debian packages); the build and the tests do not.
+# Needs sox, twolame, ffmpeg, lame and mpg123 (Debian packages); the build and the tests do not.
 #
 # Each NAME.mp2 comes with NAME.f32: mpg123's decode of it as interleaved 32-bit floats,
 # plain C core, nothing trimmed at either end, so that its first sample is the first
@@ -56,3 +56,8 @@ ffmpeg_fixture  ff-mono-32k-64        32000 1 0.20 64k                # 27 sub-b
 twolame_fixture tl-joint-22k-64       22050 2 0.25 tone  -m j -b 64
 twolame_fixture tl-mono-16k-32        16000 1 0.30 tone  -m m -b 32
 ffmpeg_fixture  ff-stereo-24k-96      24000 2 0.20 96k
+
+# A Layer III partner for the joins of both kinds of input (no reference: the join test
+# compares against the reader's own decode of it).
+signal 44100 1 0.10 tone
+lame --quiet -m m -b 64 "$work/in.wav" join-layer3-44k-mono.mp3
