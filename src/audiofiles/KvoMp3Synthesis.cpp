@@ -2,8 +2,104 @@
 
 #include <algorithm>
 
+#include "audiofiles/KvoMp3Tables.h"
+
 namespace kvo
 {
+namespace
+{
+
+/**
+    The DCT-II of n points, split into the DCT of the mirrored sums (the even outputs) and the
+    DCT of the mirrored differences, each divided by 2 cos(pi (2k + 1) / 2n) (the odd outputs,
+    as sums of neighbours). factors holds the divisors' reciprocals of this size and below.
+*/
+template <int n>
+struct Dct
+{
+    static void run(const float* in, float* out, const float (*factors)[16]) noexcept
+    {
+        constexpr int half = n / 2;
+        float sums[half];
+        float differences[half];
+        for (int k = 0; k < half; ++k)
+        {
+            sums[k] = in[k] + in[n - 1 - k];
+            differences[k] = (in[k] - in[n - 1 - k]) * factors[0][k];
+        }
+        float even[half];
+        float odd[half + 1];
+        Dct<half>::run(sums, even, factors + 1);
+        Dct<half>::run(differences, odd, factors + 1);
+        odd[half] = 0.0f;
+        for (int i = 0; i < half; ++i)
+        {
+            out[2 * i] = even[i];
+            out[2 * i + 1] = odd[i] + odd[i + 1];
+        }
+    }
+};
+
+template <>
+struct Dct<1>
+{
+    static void run(const float* in, float* out, const float (*)[16]) noexcept { out[0] = in[0]; }
+};
+
+/**
+    rows sums of 16 window x history products, the window rows 32 floats apart and the history
+    rows historyStep apart; negated when negate is set. The products are formed first and then
+    halved twice, so that every step is a plain loop over contiguous floats.
+*/
+template <int rows, bool negate>
+inline void WindowRows(const float* window, const float* history, int historyStep, float* out) noexcept
+{
+    float products[rows][16];
+    for (int row = 0; row < rows; ++row)
+        for (int k = 0; k < 16; ++k)
+            products[row][k] = window[32 * row + k] * history[historyStep * row + k];
+    for (int row = 0; row < rows; ++row)
+        for (int k = 0; k < 8; ++k)
+            products[row][k] += products[row][k + 8];
+    for (int row = 0; row < rows; ++row)
+        for (int k = 0; k < 4; ++k)
+            products[row][k] += products[row][k + 4];
+    for (int row = 0; row < rows; ++row)
+    {
+        const float sum = (products[row][0] + products[row][2]) + (products[row][1] + products[row][3]);
+        out[row] = negate ? -sum : sum;
+    }
+}
+
+/**
+    Two working copies of the window. The first half of the outputs sums its 16 taps with
+    alternating signs, plus on even taps; the taps always start at an odd entry of the window
+    (the rotation is odd), so the signs belong to the entries: alternated[x] is the window with
+    its even entries negated. The second half of the outputs reads the window downwards from the
+    entry before its start; reversed holds it back to front so that it reads upwards.
+*/
+struct WorkingWindows
+{
+    float alternated[544];
+    float reversed[544];
+};
+
+const WorkingWindows& GetWorkingWindows()
+{
+    static const WorkingWindows windows = [] {
+        WorkingWindows result;
+        const float* window = GetMp3Tables().synthWindow;
+        for (int i = 0; i < 544; ++i)
+        {
+            result.alternated[i] = (i & 1) != 0 ? window[i] : -window[i];
+            result.reversed[i] = window[543 - i];
+        }
+        return result;
+    }();
+    return windows;
+}
+
+} // namespace
 
 void Mp3SynthesisState::reset() noexcept
 {
@@ -11,12 +107,61 @@ void Mp3SynthesisState::reset() noexcept
     synthOffset = 1;
 }
 
-void synthesise(Mp3SynthesisState&, const float*, int, float* out, int& samplesDone)
+void fastDct32(float* first, float* second, const float* in)
 {
-    std::fill(out + samplesDone, out + samplesDone + 32, 0.0f);
-    samplesDone += 32;
+    float values[32];
+    Dct<32>::run(in, values, GetMp3Tables().synthCosTables);
+    for (int row = 0; row < 17; ++row)
+        first[16 * row] = values[16 - row];
+    for (int row = 0; row < 16; ++row)
+        second[16 * row] = values[16 + row];
 }
 
-void fastDct32(float*, float*, const float*) {}
+void synthesise(Mp3SynthesisState& state, const float* subbands, int channel, float* out, int& samplesDone)
+{
+    // Channel 0 turns the history by one slot; channel 1 follows in the slot just chosen.
+    int offset = state.synthOffset;
+    if (channel == 0)
+        offset = (offset - 1) & 15;
+    state.synthOffset = offset;
+
+    float (&halves)[2][272] = state.synthBuffers[channel];
+    int readHalf;
+    int rotation;
+    if ((offset & 1) != 0)
+    {
+        readHalf = 0;
+        rotation = offset;
+        fastDct32(halves[1] + ((offset + 1) & 15), halves[0] + offset, subbands);
+    }
+    else
+    {
+        readHalf = 1;
+        rotation = offset + 1;
+        fastDct32(halves[0] + offset, halves[1] + rotation, subbands);
+    }
+
+    // The window is stored twice over, so starting it rotation entries early reads the history
+    // in its rotated order without any wrapping.
+    const WorkingWindows& windows = GetWorkingWindows();
+    const int start = 16 - rotation;
+    const float* history = halves[readHalf];
+    float* samples = out + samplesDone;
+    WindowRows<16, false>(windows.alternated + start, history, 16, samples);
+
+    // Row 16 takes the even taps alone.
+    const float* window = GetMp3Tables().synthWindow + start + 512;
+    float centre = 0.0f;
+    for (int k = 0; k < 16; k += 2)
+        centre += window[k] * history[256 + k];
+    samples[16] = centre;
+
+    // Rows 17 to 31: minus the sum over k of window[-1 - k] x history[k], the window starting at
+    // entry 496 + rotation and falling by 32 a row while the history climbs down from row 15; in
+    // the reversed copy, that reads upwards from 48 - rotation. The 16th tap is window[-16], the
+    // stored twin of window[0].
+    WindowRows<15, true>(windows.reversed + 48 - rotation, history + 240, -16, samples + 17);
+    samplesDone += 32;
+}
 
 } // namespace kvo
