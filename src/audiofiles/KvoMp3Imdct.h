@@ -8,7 +8,7 @@ constexpr int mp3HybridStride = 32;
 
 /**
     The 36-point IMDCT of one sub-band's 18 lines with its window and overlap-add.
-    in: 18 lines, used as work space (overwritten). overlapIn: the 18 values the last granule
+    in: 18 lines (may serve as work space). overlapIn: the 18 values the last granule
     left; overlapOut: the 18 values for the next one (a different array). window: one row of
     imdctWindow or imdctWindowOdd (36 floats). out: the sub-band's column of the hybrid array,
     written at out[i * mp3HybridStride] for i from 0 to 17.

@@ -1,0 +1,332 @@
+// The MPEG audio synthesis filterbank and the Layer III IMDCTs against the textbook computations,
+// written out plainly here in double precision.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "audiofiles/KvoMp3Imdct.h"
+#include "audiofiles/KvoMp3Synthesis.h"
+#include "audiofiles/KvoMp3Tables.h"
+
+namespace kvo
+{
+namespace
+{
+
+const double pi = std::acos(-1.0);
+
+std::vector<float> RandomValues(size_t count, float amplitude, unsigned seed)
+{
+    std::mt19937 generator(seed);
+    std::uniform_real_distribution<float> distribution(-amplitude, amplitude);
+    std::vector<float> values(count);
+    for (float& value : values)
+        value = distribution(generator);
+    return values;
+}
+
+// Synthesis window ---------------------------------------------------------------------------------
+
+/** Where the filter stores tap n (n % 32 at most 16) of the window. */
+float StoredTap(int n)
+{
+    return GetMp3Tables().synthWindow[n / 32 + 32 * (n % 32)];
+}
+
+/** |D[n]| for n from 0 to 511, read from the filter's window, using that it is even about 256. */
+double WindowMagnitude(int n)
+{
+    return std::fabs(n % 32 <= 16 ? StoredTap(n) : StoredTap(512 - n));
+}
+
+/** The prototype lowpass: D without the sign alternation of its 64-tap blocks, lobes by sign. */
+double Prototype(int n)
+{
+    const int folded = n <= 256 ? n : 512 - n;
+    const bool negative = (folded >= 1 && folded <= 85) || (folded >= 144 && folded <= 200);
+    return negative ? -WindowMagnitude(n) : WindowMagnitude(n);
+}
+
+/** The standard's synthesis window D[n]. */
+double D(int n)
+{
+    return (n / 64) % 2 == 0 ? Prototype(n) : -Prototype(n);
+}
+
+TEST(Mp3SynthesisWindow, PublishedCoefficients)
+{
+    EXPECT_EQ(D(0), 0.0);
+    EXPECT_NEAR(D(1), -0.000015259, 5e-10);
+    EXPECT_NEAR(D(32), -0.000442505, 5e-10);
+    EXPECT_NEAR(D(64), 0.003250122, 5e-10);
+    EXPECT_NEAR(D(128), 0.031082153, 5e-10);
+    EXPECT_NEAR(D(192), 0.100311279, 5e-10);
+    EXPECT_NEAR(D(256), 1.144989014, 5e-10);
+    EXPECT_NEAR(D(257), 1.144287109, 5e-10);
+    EXPECT_NEAR(D(300), 0.246505737, 5e-10);
+    for (int n = 0; n <= 256; ++n)
+    {
+        const double units = WindowMagnitude(n) * 65536.0;
+        EXPECT_EQ(units, std::round(units)) << n;
+    }
+}
+
+TEST(Mp3SynthesisWindow, PrototypeIsSmooth)
+{
+    // A slip in one coefficient shows as a spike in the third differences of the lowpass
+    // prototype, which are otherwise within a few units of 2^-16.
+    for (int n = 0; n + 3 < 512; ++n)
+    {
+        const double third = Prototype(n + 3) - 3 * Prototype(n + 2) + 3 * Prototype(n + 1) - Prototype(n);
+        EXPECT_LE(std::fabs(third) * 65536.0, 8.0) << n;
+    }
+}
+
+TEST(Mp3SynthesisWindow, EveryTapIsStoredTwice16Apart)
+{
+    const float* window = GetMp3Tables().synthWindow;
+    for (int column = 0; column < 16; ++column)
+        for (int row = 0; row < 17; ++row)
+            EXPECT_EQ(window[column + 32 * row], window[column + 32 * row + 16]) << column << " " << row;
+}
+
+// Fast transform -----------------------------------------------------------------------------------
+
+TEST(Mp3Synthesis, FastDctMatchesTheCosineSum)
+{
+    for (unsigned seed = 1; seed <= 4; ++seed)
+    {
+        const std::vector<float> input = RandomValues(32, 1.0f, seed);
+        std::vector<float> first(17 * 16, 0.0f);
+        std::vector<float> second(16 * 16, 0.0f);
+        fastDct32(first.data(), second.data(), input.data());
+        for (int i = 0; i < 32; ++i)
+        {
+            double expected = 0.0;
+            for (int k = 0; k < 32; ++k)
+                expected += input[size_t(k)] * std::cos((2 * k + 1) * i * pi / 64);
+            if (i <= 16)
+            {
+                EXPECT_NEAR(first[size_t(16 * (16 - i))], expected, 2e-5) << i;
+            }
+            if (i >= 16)
+            {
+                EXPECT_NEAR(second[size_t(16 * (i - 16))], expected, 2e-5) << i;
+            }
+        }
+    }
+}
+
+// Synthesis ------------------------------------------------------------------------------------------
+
+/** The standard's synthesis of one channel: matrixing into a 1024-value FIFO, then window and sum. */
+class DirectSynthesis
+{
+public:
+    std::array<double, 32> run(const float* subbands)
+    {
+        std::copy_backward(v.begin(), v.end() - 64, v.end());
+        for (int i = 0; i < 64; ++i)
+        {
+            double sum = 0.0;
+            for (int k = 0; k < 32; ++k)
+                sum += std::cos((16 + i) * (2 * k + 1) * pi / 64) * subbands[k];
+            v[size_t(i)] = sum;
+        }
+        std::array<double, 512> u {};
+        for (int i = 0; i < 8; ++i)
+            for (int j = 0; j < 32; ++j)
+            {
+                u[size_t(64 * i + j)] = v[size_t(128 * i + j)];
+                u[size_t(64 * i + 32 + j)] = v[size_t(128 * i + 96 + j)];
+            }
+        std::array<double, 32> out {};
+        for (int j = 0; j < 32; ++j)
+            for (int i = 0; i < 16; ++i)
+                out[size_t(j)] += u[size_t(j + 32 * i)] * D(j + 32 * i);
+        return out;
+    }
+
+private:
+    std::array<double, 1024> v {};
+};
+
+/** Feeds rows to both filters for the channels given, comparing every sample. */
+void CompareWithDirect(int rows, int channels, float amplitude, unsigned seed)
+{
+    Mp3SynthesisState state;
+    state.reset();
+    DirectSynthesis direct[2];
+    std::vector<float> out[2] = { std::vector<float>(size_t(32 * rows)), std::vector<float>(size_t(32 * rows)) };
+    int samplesDone = 0;
+    double worst = 0.0;
+    for (int row = 0; row < rows; ++row)
+    {
+        for (int channel = 0; channel < channels; ++channel)
+        {
+            const std::vector<float> subbands = RandomValues(32, amplitude, seed + unsigned(row * 2 + channel));
+            int done = samplesDone;
+            synthesise(state, subbands.data(), channel, out[channel].data(), done);
+            ASSERT_EQ(done, samplesDone + 32);
+            const std::array<double, 32> expected = direct[channel].run(subbands.data());
+            for (int j = 0; j < 32; ++j)
+                worst = std::max(worst, std::fabs(out[channel][size_t(samplesDone + j)] - expected[size_t(j)]));
+        }
+        samplesDone += 32;
+    }
+    EXPECT_LT(worst, 2e-6 * amplitude * 32) << channels << " channels";
+}
+
+TEST(Mp3Synthesis, MatchesTheStandardsMatrixingAndWindow)
+{
+    CompareWithDirect(40, 1, 1.0f, 10);
+    CompareWithDirect(40, 2, 1.0f, 20);
+}
+
+TEST(Mp3Synthesis, FullScaleIsNotClipped)
+{
+    Mp3SynthesisState state;
+    state.reset();
+    std::vector<float> out(32 * 20);
+    int samplesDone = 0;
+    float subbands[32] = {};
+    subbands[0] = 2.0f;
+    for (int row = 0; row < 20; ++row)
+        synthesise(state, subbands, 0, out.data(), samplesDone);
+    EXPECT_GT(*std::max_element(out.begin(), out.end()), 1.0f);
+    CompareWithDirect(20, 2, 4.0f, 30);
+}
+
+TEST(Mp3Synthesis, SilenceInSilenceOut)
+{
+    Mp3SynthesisState state;
+    state.reset();
+    const float zeros[32] = {};
+    float out[64];
+    std::fill(std::begin(out), std::end(out), 1.0f);
+    int samplesDone = 0;
+    synthesise(state, zeros, 0, out, samplesDone);
+    synthesise(state, zeros, 0, out, samplesDone);
+    EXPECT_EQ(samplesDone, 64);
+    for (float sample : out)
+        EXPECT_EQ(sample, 0.0f);
+}
+
+TEST(Mp3Synthesis, ChannelZeroTurnsTheSharedOffset)
+{
+    Mp3SynthesisState state;
+    state.synthOffset = 7;
+    state.reset();
+    EXPECT_EQ(state.synthOffset, 1);
+    const float zeros[32] = {};
+    float out[32 * 17];
+    int samplesDone = 0;
+    synthesise(state, zeros, 0, out, samplesDone);
+    EXPECT_EQ(state.synthOffset, 0);
+    synthesise(state, zeros, 1, out, samplesDone);
+    EXPECT_EQ(state.synthOffset, 0);
+    for (int row = 0; row < 15; ++row)
+        synthesise(state, zeros, 0, out, samplesDone);
+    EXPECT_EQ(state.synthOffset, 1); // 16 turns of channel 0 come back round
+    EXPECT_EQ(samplesDone, 32 * 17);
+}
+
+// IMDCT ------------------------------------------------------------------------------------------
+
+/** The textbook block: direct IMDCT of n / 2 lines, times the block type's window. */
+std::vector<double> WindowedImdct(const float* lines, int n, int blockType)
+{
+    std::vector<double> block(size_t(n), 0.0);
+    for (int i = 0; i < n; ++i)
+    {
+        double sum = 0.0;
+        for (int k = 0; k < n / 2; ++k)
+            sum += lines[k] * std::cos(pi / (2 * n) * (2 * i + 1 + n / 2) * (2 * k + 1));
+        double window = 0.0;
+        if (n == 12)
+            window = std::sin(pi / 12 * (i + 0.5));
+        else if (blockType == 0 || (blockType == 1 && i < 18) || (blockType == 3 && i >= 18))
+            window = std::sin(pi / 36 * (i + 0.5));
+        else if (blockType == 1)
+            window = i < 24 ? 1.0 : i < 30 ? std::sin(pi / 12 * (i - 18 + 0.5)) : 0.0;
+        else
+            window = i < 6 ? 0.0 : i < 12 ? std::sin(pi / 12 * (i - 6 + 0.5)) : 1.0;
+        block[size_t(i)] = sum * window;
+    }
+    return block;
+}
+
+/** The 36 values a sub-band's transform overlap-adds: the long block, or the three short ones. */
+std::vector<double> ExpectedBlock(const std::vector<float>& lines, int blockType)
+{
+    if (blockType != 2)
+        return WindowedImdct(lines.data(), 36, blockType);
+    std::vector<double> block(36, 0.0);
+    for (int w = 0; w < 3; ++w)
+    {
+        float shortLines[6];
+        for (int k = 0; k < 6; ++k)
+            shortLines[k] = lines[size_t(w + 3 * k)];
+        const std::vector<double> part = WindowedImdct(shortLines, 12, 2);
+        for (int i = 0; i < 12; ++i)
+            block[size_t(6 + 6 * w + i)] += part[size_t(i)];
+    }
+    return block;
+}
+
+TEST(Mp3Imdct, MatchesTheDirectTransformWindowedAndOverlapped)
+{
+    const Mp3Tables& tables = GetMp3Tables();
+    for (int blockType = 0; blockType < 4; ++blockType)
+    {
+        for (bool oddSubBand : { false, true })
+        {
+            std::vector<float> lines = RandomValues(18, 1.0f, unsigned(100 + blockType * 2 + oddSubBand));
+            const std::vector<float> overlapIn = RandomValues(18, 1.0f, unsigned(200 + blockType));
+            const std::vector<double> expected = ExpectedBlock(lines, blockType);
+
+            std::vector<float> overlapOut(18, 99.0f);
+            std::vector<float> hybrid(18 * mp3HybridStride, 99.0f);
+            std::vector<float> overlapCopy = overlapIn;
+            const float* window = oddSubBand ? tables.imdctWindowOdd[blockType] : tables.imdctWindow[blockType];
+            if (blockType == 2)
+                imdct12(lines.data(), overlapCopy.data(), overlapOut.data(), window, hybrid.data() + 1);
+            else
+                imdct36(lines.data(), overlapCopy.data(), overlapOut.data(), window, hybrid.data() + 1);
+
+            // Odd sub-bands come out with every odd sample negated, overlap included.
+            for (int i = 0; i < 18; ++i)
+            {
+                const double sign = oddSubBand && (i & 1) != 0 ? -1.0 : 1.0;
+                EXPECT_NEAR(hybrid[size_t(1 + i * mp3HybridStride)], sign * expected[size_t(i)] + overlapIn[size_t(i)], 2e-5)
+                    << "type " << blockType << " odd " << oddSubBand << " output " << i;
+                EXPECT_NEAR(overlapOut[size_t(i)], sign * expected[size_t(18 + i)], 2e-5)
+                    << "type " << blockType << " odd " << oddSubBand << " overlap " << i;
+                EXPECT_EQ(hybrid[size_t(i * mp3HybridStride)], 99.0f); // the neighbouring sub-band is untouched
+            }
+        }
+    }
+}
+
+TEST(Mp3Imdct, ShortBlocksLeaveTheEdgesToTheOverlap)
+{
+    const Mp3Tables& tables = GetMp3Tables();
+    std::vector<float> lines = RandomValues(18, 1.0f, 300);
+    std::vector<float> overlapIn = RandomValues(18, 1.0f, 301);
+    std::vector<float> overlapOut(18, 99.0f);
+    std::vector<float> hybrid(18 * mp3HybridStride);
+    imdct12(lines.data(), overlapIn.data(), overlapOut.data(), tables.imdctWindow[2], hybrid.data());
+    for (int i = 0; i < 6; ++i)
+    {
+        EXPECT_EQ(hybrid[size_t(i * mp3HybridStride)], overlapIn[size_t(i)]);
+        EXPECT_EQ(overlapOut[size_t(12 + i)], 0.0f);
+    }
+}
+
+} // namespace
+} // namespace kvo

@@ -1,0 +1,483 @@
+// The MPEG audio decoder's tables: Huffman trees against the code lists, band tables, derived factors.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "audiofiles/KvoMp3HuffmanCodes.h"
+#include "audiofiles/KvoMp3Tables.h"
+
+namespace kvo
+{
+namespace
+{
+
+const Mp3Tables& tables = GetMp3Tables();
+
+constexpr int codedTables[] = { 1, 2, 3, 5, 6, 7, 8, 9, 10, 11, 12, 13, 15, 16, 24, mp3Count1TableA, mp3Count1TableB };
+
+/** One word of a code list with the leaf value it must decode to. */
+struct CodeWord
+{
+    std::string bits;
+    int value = 0;
+};
+
+std::vector<CodeWord> Words(int table)
+{
+    const Mp3HuffmanCodeList list = GetMp3HuffmanCodes(table);
+    const bool quadruples = table >= mp3Count1TableA;
+    std::vector<CodeWord> words;
+    for (int row = 0; row < list.numRows; ++row)
+    {
+        std::istringstream text(list.rows[row]);
+        std::string bits;
+        int column = 0;
+        while (text >> bits)
+        {
+            words.push_back({ bits, quadruples ? row * 4 + column : row << 4 | column });
+            ++column;
+        }
+        EXPECT_EQ(column, list.wordsPerRow) << "table " << table << " row " << row;
+    }
+    return words;
+}
+
+const int16_t* Tree(int table)
+{
+    return table == mp3Count1TableA   ? tables.count1Trees[0]
+           : table == mp3Count1TableB ? tables.count1Trees[1]
+                                      : tables.huffmanTables[table].tree;
+}
+
+/** Walks tree with bits as the walk's rule says; returns the leaf, or -1 if the bits end first. */
+int Walk(const int16_t* tree, const std::string& bits, size_t& used)
+{
+    used = 0;
+    while (*tree < 0)
+    {
+        if (used == bits.size())
+            return -1;
+        const int16_t branch = *tree++;
+        if (bits[used++] == '1')
+            tree -= branch;
+    }
+    return *tree;
+}
+
+/** Every path of the tree: its number of leaves, its deepest leaf and the entries it spans. */
+void Explore(const int16_t* tree, int depth, int& leaves, int& deepest, const int16_t*& end)
+{
+    if (*tree >= 0)
+    {
+        ++leaves;
+        deepest = std::max(deepest, depth);
+        end = std::max(end, tree + 1);
+        return;
+    }
+    Explore(tree + 1, depth + 1, leaves, deepest, end);
+    Explore(tree + 1 - *tree, depth + 1, leaves, deepest, end);
+}
+
+TEST(Mp3HuffmanTables, EveryCodeListIsACompletePrefixCode)
+{
+    for (int table : codedTables)
+    {
+        const std::vector<CodeWord> words = Words(table);
+        // Kraft sum in units of 2^-19, the longest word: exactly 1 for a complete code.
+        uint64_t kraft = 0;
+        for (const CodeWord& word : words)
+        {
+            ASSERT_LE(word.bits.size(), 19u);
+            ASSERT_EQ(word.bits.find_first_not_of("01"), std::string::npos);
+            kraft += uint64_t(1) << (19 - word.bits.size());
+        }
+        EXPECT_EQ(kraft, uint64_t(1) << 19) << "table " << table;
+        for (size_t i = 0; i < words.size(); ++i)
+        {
+            for (size_t j = 0; j < words.size(); ++j)
+            {
+                if (i != j)
+                {
+                    EXPECT_NE(words[j].bits.rfind(words[i].bits, 0), 0u)
+                        << "table " << table << ": " << words[i].bits << " starts " << words[j].bits;
+                }
+            }
+        }
+    }
+}
+
+TEST(Mp3HuffmanTables, ListsHoldEveryValuePair)
+{
+    const std::pair<int, int> sizes[] = { { 1, 2 }, { 2, 3 }, { 3, 3 }, { 5, 4 }, { 6, 4 }, { 7, 6 }, { 8, 6 }, { 9, 6 },
+                                          { 10, 8 }, { 11, 8 }, { 12, 8 }, { 13, 16 }, { 15, 16 }, { 16, 16 }, { 24, 16 } };
+    for (auto [table, size] : sizes)
+        EXPECT_EQ(Words(table).size(), size_t(size * size)) << "table " << table;
+    EXPECT_EQ(Words(mp3Count1TableA).size(), 16u);
+    EXPECT_EQ(Words(mp3Count1TableB).size(), 16u);
+    EXPECT_EQ(GetMp3HuffmanCodes(4).numRows, 0);
+    EXPECT_EQ(GetMp3HuffmanCodes(14).numRows, 0);
+}
+
+TEST(Mp3HuffmanTables, WalkingEveryWordGivesItsValues)
+{
+    for (int table : codedTables)
+    {
+        for (const CodeWord& word : Words(table))
+        {
+            size_t used = 0;
+            EXPECT_EQ(Walk(Tree(table), word.bits, used), word.value) << "table " << table << " word " << word.bits;
+            EXPECT_EQ(used, word.bits.size()) << "table " << table << " word " << word.bits;
+        }
+    }
+}
+
+TEST(Mp3HuffmanTables, TreesHoldNothingBeyondTheirLists)
+{
+    const int16_t* end = tables.huffmanStorage;
+    for (int table : codedTables)
+    {
+        int leaves = 0;
+        int deepest = 0;
+        const int16_t* treeEnd = Tree(table);
+        Explore(Tree(table), 0, leaves, deepest, treeEnd);
+        const std::vector<CodeWord> words = Words(table);
+        EXPECT_EQ(leaves, int(words.size())) << "table " << table;
+        EXPECT_EQ(treeEnd - Tree(table), 2 * leaves - 1) << "table " << table;
+        size_t longest = 0;
+        for (const CodeWord& word : words)
+            longest = std::max(longest, word.bits.size());
+        EXPECT_EQ(deepest, int(longest)) << "table " << table;
+        end = std::max(end, treeEnd);
+    }
+    EXPECT_EQ(end - tables.huffmanStorage, Mp3Tables::huffmanStorageSize);
+}
+
+TEST(Mp3HuffmanTables, SpotWordsOfTheStandardTables)
+{
+    struct Spot
+    {
+        int table;
+        const char* bits;
+        int x;
+        int y;
+    };
+    const Spot spots[] = {
+        { 1, "1", 0, 0 },         { 1, "001", 0, 1 },        { 1, "01", 1, 0 },           { 1, "000", 1, 1 },
+        { 2, "000000", 2, 2 },    { 6, "111", 0, 0 },        { 7, "0000000000", 5, 5 },   { 13, "1", 0, 0 },
+        { 13, "0000000000000001", 15, 15 },                  { 15, "111", 0, 0 },         { 16, "00000011", 15, 15 },
+        { 16, "000010001", 0, 15 }, { 24, "1111", 0, 0 },    { 24, "0011", 15, 15 },
+    };
+    for (const Spot& spot : spots)
+    {
+        size_t used = 0;
+        EXPECT_EQ(Walk(tables.huffmanTables[spot.table].tree, spot.bits, used), spot.x << 4 | spot.y)
+            << "table " << spot.table << " word " << spot.bits;
+    }
+    size_t used = 0;
+    EXPECT_EQ(Walk(tables.count1Trees[0], "1", used), 0);
+    EXPECT_EQ(Walk(tables.count1Trees[0], "000001", used), 15);
+    EXPECT_EQ(Walk(tables.count1Trees[1], "0000", used), 15);
+    EXPECT_EQ(Walk(tables.count1Trees[1], "1111", used), 0);
+}
+
+TEST(Mp3HuffmanTables, TableSelectionSharesTreesAndSetsLinbits)
+{
+    for (int select : { 0, 4, 14 })
+    {
+        EXPECT_EQ(tables.huffmanTables[select].tree[0], 0) << select;
+        EXPECT_EQ(tables.huffmanTables[select].tree, tables.huffmanTables[0].tree);
+    }
+    const int linbits[] = { 1, 2, 3, 4, 6, 8, 10, 13, 4, 5, 6, 7, 8, 9, 11, 13 };
+    for (int select = 0; select < 32; ++select)
+    {
+        EXPECT_EQ(tables.huffmanTables[select].linbits, select < 16 ? 0 : linbits[select - 16]) << select;
+        if (select > 16 && select < 24)
+        {
+            EXPECT_EQ(tables.huffmanTables[select].tree, tables.huffmanTables[16].tree);
+        }
+        if (select > 24)
+        {
+            EXPECT_EQ(tables.huffmanTables[select].tree, tables.huffmanTables[24].tree);
+        }
+    }
+    EXPECT_NE(tables.huffmanTables[16].tree, tables.huffmanTables[24].tree);
+}
+
+// Band tables ------------------------------------------------------------------------------------
+
+TEST(Mp3BandTables, WidthsAddUpToTheBoundariesAndTo576)
+{
+    for (int row = 0; row < 9; ++row)
+    {
+        const int16_t* bands = Mp3Tables::bandTable[row];
+        EXPECT_EQ(bands[Mp3Tables::longBoundaries], 0);
+        int line = 0;
+        for (int band = 0; band < 22; ++band)
+        {
+            EXPECT_EQ(bands[Mp3Tables::longBoundaries + band], line) << "row " << row << " band " << band;
+            line += bands[Mp3Tables::longWidths + band];
+        }
+        EXPECT_EQ(line, 576) << "row " << row;
+        EXPECT_EQ(bands[Mp3Tables::longBoundaries + 22], 576);
+        line = 0;
+        for (int band = 0; band < 13; ++band)
+        {
+            EXPECT_EQ(bands[Mp3Tables::shortBoundaries + band], line) << "row " << row << " short band " << band;
+            line += 3 * bands[Mp3Tables::shortWidths + band];
+        }
+        EXPECT_EQ(line, 576) << "row " << row;
+        EXPECT_EQ(bands[Mp3Tables::shortBoundaries + 13], 576);
+    }
+}
+
+TEST(Mp3BandTables, LowestRatesReuse16000AndThe8000RowIsItsOwn)
+{
+    for (int i = 0; i < 72; ++i)
+    {
+        EXPECT_EQ(Mp3Tables::bandTable[6][i], Mp3Tables::bandTable[5][i]);
+        EXPECT_EQ(Mp3Tables::bandTable[7][i], Mp3Tables::bandTable[5][i]);
+    }
+    const int16_t longEnd[] = { 476, 566, 568, 570, 572, 574, 576 };
+    for (int i = 0; i < 7; ++i)
+        EXPECT_EQ(Mp3Tables::bandTable[8][16 + i], longEnd[i]);
+    const int16_t shortWidths[] = { 8, 8, 8, 12, 16, 20, 24, 28, 36, 2, 2, 2, 26 };
+    for (int i = 0; i < 13; ++i)
+        EXPECT_EQ(Mp3Tables::bandTable[8][Mp3Tables::shortWidths + i], shortWidths[i]);
+}
+
+TEST(Mp3BandTables, LimitsCountSubBandsUpToEachBoundary)
+{
+    EXPECT_EQ(tables.longLimit[0][0], 1);  // a silent granule still passes sub-band 0
+    EXPECT_EQ(tables.shortLimit[0][0], 1);
+    EXPECT_EQ(tables.longLimit[0][22], 32);
+    EXPECT_EQ(tables.shortLimit[0][13], 32);
+    EXPECT_EQ(tables.longLimit[0][8], 3);    // (36 + 7) / 18 + 1
+    EXPECT_EQ(tables.shortLimit[0][3], 2);   // (36 - 1) / 18 + 1
+    EXPECT_EQ(tables.longLimit[8][21], 32);  // (574 + 7) / 18 + 1 is 33, capped
+    for (int row = 0; row < 9; ++row)
+        for (int i = 1; i < 23; ++i)
+            EXPECT_GE(tables.longLimit[row][i], tables.longLimit[row][i - 1]);
+}
+
+/** How often each line of the spectrum is written by a map, and checks of each record's shape. */
+std::vector<int> Coverage(const Mp3BandMap& map)
+{
+    std::vector<int> hits(576, 0);
+    for (const Mp3BandRecord& record : map)
+    {
+        EXPECT_GT(record.pairs, 0);
+        const int step = record.window == 3 ? 1 : 3;
+        for (int i = 0; i < 2 * record.pairs; ++i)
+        {
+            const int line = record.start + i * step;
+            EXPECT_LT(line, 576);
+            if (line < 576)
+                ++hits[size_t(line)];
+        }
+    }
+    return hits;
+}
+
+TEST(Mp3BandTables, LongAndShortMapsWriteEveryLineOnce)
+{
+    for (int row = 0; row < 9; ++row)
+    {
+        for (int kind : { 1, 2 })
+        {
+            const std::vector<int> hits = Coverage(tables.bandMaps[row][kind]);
+            for (int line = 0; line < 576; ++line)
+                EXPECT_EQ(hits[size_t(line)], 1) << "row " << row << " map " << kind << " line " << line;
+        }
+        EXPECT_EQ(tables.bandMaps[row][2].numRecords, 22);
+        EXPECT_EQ(tables.bandMaps[row][1].numRecords, 39);
+    }
+}
+
+TEST(Mp3BandTables, ShortMapsStoreWindowsInterleaved)
+{
+    // 44100 Hz, short band 4 (width 6, from line 48): window w's lines are 48 + w, 51 + w, ...
+    const Mp3BandMap& map = tables.bandMaps[0][1];
+    for (int window = 0; window < 3; ++window)
+    {
+        const Mp3BandRecord& record = map.records[12 + window];
+        EXPECT_EQ(record.band, 4);
+        EXPECT_EQ(record.window, window);
+        EXPECT_EQ(record.start, 48 + window);
+        EXPECT_EQ(record.pairs, 3);
+    }
+}
+
+TEST(Mp3BandTables, MixedMapsStartShortBandsAfterEightLongOnes)
+{
+    for (int row = 0; row < 9; ++row)
+    {
+        const Mp3BandMap& map = tables.bandMaps[row][0];
+        for (int band = 0; band < 8; ++band)
+        {
+            EXPECT_EQ(map.records[band].window, 3);
+            EXPECT_EQ(map.records[band].band, band);
+        }
+        EXPECT_EQ(map.records[8].start, Mp3Tables::bandTable[row][8]) << "row " << row;
+        EXPECT_EQ(map.records[8].band, 3);
+        const std::vector<int> hits = Coverage(map);
+        for (int line = 0; line < 576; ++line)
+        {
+            // The MPEG-1 rows tile the spectrum; the wider long part of the low rates pushes the
+            // last short lines off its end, where they are cut.
+            if (row < 3)
+                EXPECT_EQ(hits[size_t(line)], 1) << "row " << row << " line " << line;
+            else
+                EXPECT_LE(hits[size_t(line)], 1) << "row " << row << " line " << line;
+        }
+    }
+}
+
+// Scale factor tables ----------------------------------------------------------------------------
+
+struct Lengths
+{
+    int lengths[4];
+    int table;
+    bool preflag;
+};
+
+Lengths Unpack(uint16_t word)
+{
+    return { { word & 7, word >> 3 & 7, word >> 6 & 7, word >> 9 & 7 }, word >> 12 & 7, (word & 0x8000) != 0 };
+}
+
+void ExpectLengths(uint16_t word, Lengths expected, int index)
+{
+    const Lengths got = Unpack(word);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(got.lengths[i], expected.lengths[i]) << "entry " << index << " group " << i;
+    EXPECT_EQ(got.table, expected.table) << "entry " << index;
+    EXPECT_EQ(got.preflag, expected.preflag) << "entry " << index;
+}
+
+TEST(Mp3ScaleFactorTables, LowRateLengthsFollowTheStandardsArithmetic)
+{
+    for (int c = 0; c < 400; ++c)
+        ExpectLengths(tables.lowRateLengths[c], { { (c >> 4) / 5, (c >> 4) % 5, (c % 16) >> 2, c % 4 }, 0, false }, c);
+    for (int c = 400; c < 500; ++c)
+        ExpectLengths(tables.lowRateLengths[c], { { ((c - 400) >> 2) / 5, ((c - 400) >> 2) % 5, (c - 400) % 4, 0 }, 1, false }, c);
+    for (int c = 500; c < 512; ++c)
+        ExpectLengths(tables.lowRateLengths[c], { { (c - 500) / 3, (c - 500) % 3, 0, 0 }, 2, true }, c);
+    for (int c = 0; c < 180; ++c)
+        ExpectLengths(tables.lowRateLengthsIntensity[c], { { c / 36, (c % 36) / 6, (c % 36) % 6, 0 }, 3, false }, c);
+    for (int c = 180; c < 244; ++c)
+        ExpectLengths(tables.lowRateLengthsIntensity[c],
+                      { { ((c - 180) % 64) >> 4, ((c - 180) % 16) >> 2, (c - 180) % 4, 0 }, 4, false }, c);
+    for (int c = 244; c < 256; ++c)
+        ExpectLengths(tables.lowRateLengthsIntensity[c], { { (c - 244) / 3, (c - 244) % 3, 0, 0 }, 5, false }, c);
+}
+
+TEST(Mp3ScaleFactorTables, BandCountsCoverEveryBlockKind)
+{
+    // Long blocks have 21 bands, short ones 12 x 3, mixed ones 6 long and 9 x 3 short.
+    const int totals[3] = { 21, 36, 33 };
+    for (int kind = 0; kind < 3; ++kind)
+        for (int table = 0; table < 6; ++table)
+        {
+            const uint8_t* counts = Mp3Tables::bandCounts[kind][table];
+            EXPECT_EQ(counts[0] + counts[1] + counts[2] + counts[3], totals[kind]) << kind << " " << table;
+        }
+    int pretabSum = 0;
+    for (int band = 0; band < 22; ++band)
+    {
+        pretabSum += Mp3Tables::pretab[band];
+        EXPECT_EQ(Mp3Tables::pretabZero[band], 0);
+    }
+    EXPECT_EQ(pretabSum, 19);
+    EXPECT_EQ(Mp3Tables::pretab[11], 1);
+    EXPECT_EQ(Mp3Tables::pretab[21], 0);
+    EXPECT_EQ(Mp3Tables::scaleFactorLengths[4][0], 3);
+    EXPECT_EQ(Mp3Tables::scaleFactorLengths[4][1], 0);
+    EXPECT_EQ(Mp3Tables::scaleFactorLengths[15][0], 4);
+    EXPECT_EQ(Mp3Tables::scaleFactorLengths[15][1], 3);
+}
+
+// Derived factors --------------------------------------------------------------------------------
+
+TEST(Mp3FactorTables, PowersAndGains)
+{
+    EXPECT_EQ(tables.powerTable[0], 0.0f);
+    EXPECT_EQ(tables.powerTable[1], 1.0f);
+    EXPECT_EQ(tables.powerTable[8], 16.0f);
+    EXPECT_EQ(tables.powerTable[27], 81.0f);
+    EXPECT_EQ(tables.powerTable[4096], 65536.0f);
+    EXPECT_FLOAT_EQ(tables.powerTable[8206], float(std::cbrt(8206.0) * 8206.0));
+    EXPECT_EQ(tables.gainTable[46], 1.0f);  // global_gain 210
+    EXPECT_EQ(tables.gainTable[42], 2.0f);
+    EXPECT_EQ(tables.gainTable[50], 0.5f);
+    EXPECT_EQ(tables.gainTable[0], float(std::sqrt(std::ldexp(1.0, 23))));
+    EXPECT_FLOAT_EQ(tables.gainTable[377], float(std::pow(2.0, -331 / 4.0)));
+}
+
+TEST(Mp3FactorTables, AntialiasButterfliesAreRotations)
+{
+    for (int i = 0; i < 8; ++i)
+    {
+        EXPECT_NEAR(double(tables.antialiasCs[i]) * tables.antialiasCs[i] + double(tables.antialiasCa[i]) * tables.antialiasCa[i],
+                    1.0, 1e-6);
+        EXPECT_LT(tables.antialiasCa[i], 0.0f);
+    }
+    EXPECT_NEAR(tables.antialiasCa[0] / tables.antialiasCs[0], -0.6, 1e-6);
+    EXPECT_NEAR(tables.antialiasCa[7] / tables.antialiasCs[7], -0.0037, 1e-7);
+}
+
+TEST(Mp3FactorTables, IntensityRatios)
+{
+    const float root2 = float(std::sqrt(2.0));
+    // is_pos 0: all on the right; 3: even; 6: all on the left.
+    EXPECT_FLOAT_EQ(tables.intensityLeft[0][0], 0.0f);
+    EXPECT_FLOAT_EQ(tables.intensityRight[0][0], 1.0f);
+    EXPECT_FLOAT_EQ(tables.intensityLeft[0][3], 0.5f);
+    EXPECT_FLOAT_EQ(tables.intensityRight[0][3], 0.5f);
+    EXPECT_FLOAT_EQ(tables.intensityLeft[0][6], 1.0f);
+    EXPECT_NEAR(tables.intensityRight[0][6], 0.0f, 1e-7f);
+    for (int i = 0; i < 16; ++i)
+    {
+        EXPECT_FLOAT_EQ(tables.intensityLeft[1][i], tables.intensityLeft[0][i] * root2);
+        EXPECT_FLOAT_EQ(tables.intensityRight[1][i], tables.intensityRight[0][i] * root2);
+    }
+    // Low rates: odd positions scale the left channel, even ones the right, by 2^(-(j+1)/4) steps.
+    EXPECT_EQ(tables.intensityLowLeft[0][0][0], 1.0f);
+    EXPECT_EQ(tables.intensityLowRight[0][0][0], 1.0f);
+    EXPECT_FLOAT_EQ(tables.intensityLowLeft[0][0][1], float(std::pow(2.0, -0.25)));
+    EXPECT_EQ(tables.intensityLowRight[0][0][1], 1.0f);
+    EXPECT_EQ(tables.intensityLowLeft[0][0][2], 1.0f);
+    EXPECT_FLOAT_EQ(tables.intensityLowRight[0][0][2], float(std::pow(2.0, -0.25)));
+    EXPECT_FLOAT_EQ(tables.intensityLowLeft[0][1][15], float(std::pow(2.0, -0.5 * 8)));
+    EXPECT_FLOAT_EQ(tables.intensityLowRight[0][1][14], float(std::pow(2.0, -0.5 * 7)));
+    EXPECT_FLOAT_EQ(tables.intensityLowRight[1][1][14], float(std::pow(2.0, -0.5 * 7) * std::sqrt(2.0)));
+}
+
+TEST(Mp3FactorTables, ImdctWindowsCarryTheTwiddle)
+{
+    const double pi = std::acos(-1.0);
+    auto twiddle = [pi](int i) { return 2.0 * std::cos(pi / 72 * (2 * i + 19)); };
+    for (int i = 0; i < 36; ++i)
+    {
+        EXPECT_NEAR(tables.imdctWindow[0][i] * twiddle(i), std::sin(pi / 36 * (i + 0.5)), 1e-6) << i;
+        EXPECT_NEAR(tables.imdctWindow[3][i] * twiddle(i), i < 6 ? 0.0 : i < 12 ? std::sin(pi / 12 * (i - 6 + 0.5)) : i < 18 ? 1.0 : std::sin(pi / 36 * (i + 0.5)), 1e-6) << i;
+        EXPECT_NEAR(tables.imdctWindow[1][i] * twiddle(i), i < 18 ? std::sin(pi / 36 * (i + 0.5)) : i < 24 ? 1.0 : i < 30 ? std::sin(pi / 12 * (i - 18 + 0.5)) : 0.0, 1e-6) << i;
+        for (int row = 0; row < 4; ++row)
+        {
+            const bool flipped = (i & 1) != 0 && (row != 2 || i < 12);
+            EXPECT_EQ(tables.imdctWindowOdd[row][i], flipped ? -tables.imdctWindow[row][i] : tables.imdctWindow[row][i]);
+        }
+    }
+    for (int i = 0; i < 12; ++i)
+        EXPECT_NEAR(tables.imdctWindow[2][i] * 2.0 * std::cos(pi / 24 * (2 * i + 7)), std::sin(pi / 12 * (i + 0.5)), 1e-6);
+    for (int i = 12; i < 36; ++i)
+        EXPECT_EQ(tables.imdctWindow[2][i], 0.0f);
+}
+
+} // namespace
+} // namespace kvo
