@@ -124,6 +124,7 @@ struct ErrorFigures
 {
     double rms = 0.0;
     double max = 0.0;
+    double peak = 0.0; ///< of the expected signal, to show the errors in proportion
 };
 
 ErrorFigures Compare(const std::vector<double>& expected, const float* actual, size_t count)
@@ -135,9 +136,26 @@ ErrorFigures Compare(const std::vector<double>& expected, const float* actual, s
         const double d = std::abs(double(actual[i]) - expected[i]);
         sum += d * d;
         e.max = std::max(e.max, d);
+        e.peak = std::max(e.peak, std::abs(expected[i]));
     }
     e.rms = count > 0 ? std::sqrt(sum / double(count)) : 0.0;
     return e;
+}
+
+/** Compares one channel, expects both bounds to hold, and folds the figures into worst. */
+void ExpectAccurate(const std::vector<double>& expected, const float* actual, int channel, ErrorFigures& worst)
+{
+    const ErrorFigures e = Compare(expected, actual, expected.size());
+    EXPECT_LT(e.rms, maxRmsError) << "channel " << channel;
+    EXPECT_LT(e.max, maxAbsError) << "channel " << channel;
+    worst.rms = std::max(worst.rms, e.rms);
+    worst.max = std::max(worst.max, e.max);
+    worst.peak = std::max(worst.peak, e.peak);
+}
+
+void PrintFigures(const char* kind, const char* name, const ErrorFigures& worst)
+{
+    std::printf("[ %s ] %-26s rms %.3g max %.3g peak %.3g\n", kind, name, worst.rms, worst.max, worst.peak);
 }
 
 //==============================================================================
@@ -487,11 +505,7 @@ void CheckLayer1(const std::vector<Layer1Content>& contents, ErrorFigures& worst
     {
         const std::vector<double> expected = Layer1Reference(contents, ch);
         ASSERT_EQ(out.channels[ch].size(), expected.size());
-        const ErrorFigures e = Compare(expected, out.channels[ch].data(), expected.size());
-        EXPECT_LT(e.rms, maxRmsError) << "channel " << ch;
-        EXPECT_LT(e.max, maxAbsError) << "channel " << ch;
-        worst.rms = std::max(worst.rms, e.rms);
-        worst.max = std::max(worst.max, e.max);
+        ExpectAccurate(expected, out.channels[ch].data(), ch, worst);
     }
 }
 
@@ -509,8 +523,7 @@ TEST(Layer1Frames, MatchTheDirectComputation)
             frames.push_back(RandomLayer1(random, m.mode, m.extension));
         ErrorFigures worst;
         CheckLayer1(frames, worst);
-        std::printf("[ layer I ] %-16s rms %.3g max %.3g (bounds %.3g, %.3g)\n", m.name, worst.rms, worst.max,
-                    maxRmsError, maxAbsError);
+        PrintFigures("layer I", m.name, worst);
     }
 }
 
@@ -736,13 +749,9 @@ TEST(Layer2Frames, MatchTheDirectComputation)
                         synthesis.Row(row, expected);
                 }
             ASSERT_EQ(out.channels[ch].size(), expected.size());
-            const ErrorFigures e = Compare(expected, out.channels[ch].data(), expected.size());
-            EXPECT_LT(e.rms, maxRmsError) << ch;
-            EXPECT_LT(e.max, maxAbsError) << ch;
-            worst.rms = std::max(worst.rms, e.rms);
-            worst.max = std::max(worst.max, e.max);
+            ExpectAccurate(expected, out.channels[ch].data(), ch, worst);
         }
-        std::printf("[ layer II ] %-26s rms %.3g max %.3g\n", c.name, worst.rms, worst.max);
+        PrintFigures("layer II", c.name, worst);
     }
 }
 
@@ -823,13 +832,9 @@ TEST(Layer2Files, MatchTheirReferenceDecodes)
             std::vector<double> expected(frames);
             for (size_t i = 0; i < frames; ++i)
                 expected[i] = reference[i * size_t(f.channels) + size_t(ch)];
-            const ErrorFigures e = Compare(expected, buffer.GetReadPointer(uint32_t(ch)), frames);
-            EXPECT_LT(e.rms, maxRmsError) << ch;
-            EXPECT_LT(e.max, maxAbsError) << ch;
-            worst.rms = std::max(worst.rms, e.rms);
-            worst.max = std::max(worst.max, e.max);
+            ExpectAccurate(expected, buffer.GetReadPointer(uint32_t(ch)), ch, worst);
         }
-        std::printf("[ mp2 ] %-22s rms %.3g max %.3g\n", f.name, worst.rms, worst.max);
+        PrintFigures("mp2", f.name, worst);
     }
 }
 
@@ -899,13 +904,12 @@ TEST(Layer1Files, ReportThreeTimesTheirLengthAndDecodeLikeTheDirectComputation)
         ASSERT_EQ(reader->getNumSamples(), 5u * 1152u);
         const FileSamples read = ReadAll(*reader, 5 * 1152);
         EXPECT_FALSE(read.complete); // the second half and more of the reported length is not there
+        ErrorFigures worst;
         for (int ch = 0; ch < int(reader->getNumChannels()); ++ch)
         {
             const std::vector<double> expected = Layer1Reference(contents, ch);
             ASSERT_EQ(expected.size(), 5u * 384u);
-            const ErrorFigures e = Compare(expected, read.channels[size_t(ch)].data(), expected.size());
-            EXPECT_LT(e.rms, maxRmsError) << ch;
-            EXPECT_LT(e.max, maxAbsError) << ch;
+            ExpectAccurate(expected, read.channels[size_t(ch)].data(), ch, worst);
             const auto& rest = read.channels[size_t(ch)];
             EXPECT_TRUE(std::all_of(rest.begin() + 5 * 384, rest.end(), [](float v) { return v == 0.0f; })) << ch;
         }
