@@ -960,6 +960,23 @@ TEST(Layer2Files, JoinWithLayer3AndWav)
     EXPECT_LT(e.max, maxAbsError);
 }
 
+TEST(Layer2Files, FreeFormatIsWalkedWithoutASize)
+{
+    // The first frame has no size, so the length is 0; the frames decode from whatever the
+    // buffer holds, and reading on past the length is still safe.
+    testing::TemporaryFolder folder;
+    const std::string path = AsMp3(folder, DataPath("tl-free-44k-200.mp2"), "free.mp3");
+    ::testing::internal::CaptureStderr();
+    auto reader = AudioFileReader::CreateReaderFor(File(String(path)));
+    ::testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(reader->getNumSamples(), 0u);
+    EXPECT_EQ(reader->getNumChannels(), 2u);
+    const FileSamples read = ReadAll(*reader, 20000);
+    for (const auto& channel : read.channels)
+        EXPECT_TRUE(std::all_of(channel.begin(), channel.end(), [](float v) { return std::isfinite(v); }));
+}
+
 TEST(Layer12Files, DamagedStreamsNeverFail)
 {
     // Fixtures with bytes overwritten at random, cut short, or with random bytes in the
@@ -971,12 +988,13 @@ TEST(Layer12Files, DamagedStreamsNeverFail)
     for (int i = 0; i < 4; ++i)
         layer1.push_back(RandomLayer1(layer1Random, 1, 2, 3));
     std::vector<std::string> sources = {Layer1File(layer1, true)};
-    for (const char* name : {"tl-joint-44k-192.mp2", "tl-stereo-crc-48k-256.mp2", "tl-mono-16k-32.mp2", "ff-stereo-24k-96.mp2"})
+    for (const char* name : {"tl-joint-44k-192.mp2", "tl-stereo-crc-48k-256.mp2", "tl-mono-16k-32.mp2",
+                             "ff-stereo-24k-96.mp2", "tl-free-44k-200.mp2"})
     {
         std::ifstream in(DataPath(name), std::ios::binary);
         sources.emplace_back((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     }
-    for (int trial = 0; trial < 60; ++trial)
+    for (int trial = 0; trial < 120; ++trial)
     {
         std::string bytes = sources[size_t(trial) % sources.size()];
         switch (trial / int(sources.size()) % 3)

@@ -57,6 +57,11 @@ twolame_fixture tl-joint-22k-64       22050 2 0.25 tone  -m j -b 64
 twolame_fixture tl-mono-16k-32        16000 1 0.30 tone  -m m -b 32
 ffmpeg_fixture  ff-stereo-24k-96      24000 2 0.20 96k
 
+# Free format: this decoder has no size for these frames and decodes them from whatever its
+# buffer holds, so there is no reference; the tests only walk the file.
+signal 44100 2 0.06 tone
+twolame --quiet --freeformat -b 200 "$work/in.wav" tl-free-44k-200.mp2
+
 # A Layer III partner for the joins of both kinds of input (no reference: the join test
 # compares against the reader's own decode of it).
 signal 44100 1 0.10 tone
