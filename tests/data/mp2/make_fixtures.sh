@@ -57,6 +57,15 @@ twolame_fixture tl-joint-22k-64       22050 2 0.25 tone  -m j -b 64
 twolame_fixture tl-mono-16k-32        16000 1 0.30 tone  -m m -b 32
 ffmpeg_fixture  ff-stereo-24k-96      24000 2 0.20 96k
 
+# Every allocation of each of the five allocation tables, in frames written by
+# make_allocations.py; to keep them small, the references hold every 8th sample frame only.
+for table in a b c d lsf; do
+    python3 make_allocations.py "$table" "alloc-$table.mp2"
+    mpg123 -q --cpu generic --no-gapless -e f32 -O "$work/full.f32" "alloc-$table.mp2"
+    python3 -c 'import sys; d = open(sys.argv[1], "rb").read(); open(sys.argv[2], "wb").write(b"".join(d[i:i + 8] for i in range(0, len(d), 64)))' \
+        "$work/full.f32" "alloc-$table.every8.f32"
+done
+
 # Free format: this decoder has no size for these frames and decodes them from whatever its
 # buffer holds, so there is no reference; the tests only walk the file.
 signal 44100 2 0.06 tone
