@@ -548,6 +548,22 @@ TEST(Layer1Frames, ReadExactlyTheirBits)
     }
 }
 
+TEST(Layer1Frames, AllocationsOfZeroGiveSilenceAndReadNoSampleBits)
+{
+    for (int mode : {3, 0, 1})
+    {
+        Layer1Content f;
+        f.header = Header(1, mode, 2);
+        std::vector<uint8_t> body = WriteLayer1(f);
+        body.resize(body.size() + 400, 0xFF);
+        FrameInput input(f.header, body);
+        const Output out = Decode({&input}, 1);
+        EXPECT_EQ(input.BitsRead(), 4 * (mode == 3 ? 32 : mode == 1 ? 32 + 12 : 64)) << mode;
+        for (int ch = 0; ch < f.Channels(); ++ch)
+            EXPECT_TRUE(std::all_of(out.channels[ch].begin(), out.channels[ch].end(), [](float v) { return v == 0.0f; }));
+    }
+}
+
 TEST(Layer1Frames, ExtremeCodesAndTheLargestAllocation)
 {
     // Allocation 15 (16-bit codes), the lowest, highest and middle codes of every width, and
