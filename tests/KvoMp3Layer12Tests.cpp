@@ -976,35 +976,51 @@ TEST(Layer2Files, JoinWithLayer3AndWav)
     EXPECT_LT(e.max, maxAbsError);
 }
 
+/**
+    Decodes name.mp2 and compares it with name.every8.f32, which keeps every 8th sample frame
+    of mpg123's decode; returns the reader's length.
+*/
+uint64_t ExpectMatchesSparseReference(const std::string& name, uint32_t channels)
+{
+    testing::TemporaryFolder folder;
+    const std::vector<float> reference = ReadFloats(DataPath(name + ".every8.f32"));
+    auto reader = AudioFileReader::CreateReaderFor(File(String(AsMp3(folder, DataPath(name + ".mp2"), "in.mp3"))));
+    EXPECT_TRUE(reader);
+    if (!reader || reader->getNumChannels() != channels || reference.empty())
+        return 0;
+    const size_t points = reference.size() / channels;
+    const FileSamples read = ReadAll(*reader, points * 8);
+    ErrorFigures worst;
+    for (uint32_t ch = 0; ch < channels; ++ch)
+    {
+        std::vector<double> expected;
+        std::vector<float> actual;
+        for (size_t i = 0; i < points; ++i)
+        {
+            expected.push_back(reference[channels * i + ch]);
+            actual.push_back(read.channels[ch][8 * i]);
+        }
+        ExpectAccurate(expected, actual.data(), int(ch), worst);
+    }
+    PrintFigures("mp2", name.c_str(), worst);
+    return reader->getNumSamples();
+}
+
 TEST(Layer2Files, EveryAllocationOfEveryTableMatchesTheReference)
 {
-    // Streams written sub-band by sub-band through all allocations of one table each; the
-    // references keep every 8th sample frame of mpg123's decode.
-    testing::TemporaryFolder folder;
+    // Streams written sub-band by sub-band through all allocations of one table each.
     for (const char* table : {"a", "b", "c", "d", "lsf"})
     {
         SCOPED_TRACE(table);
-        const std::string name = std::string("alloc-") + table;
-        const std::vector<float> reference = ReadFloats(DataPath(name + ".every8.f32"));
-        auto reader = AudioFileReader::CreateReaderFor(File(String(AsMp3(folder, DataPath(name + ".mp2"), "in.mp3"))));
-        ASSERT_TRUE(reader);
-        ASSERT_EQ(reader->getNumChannels(), 2u);
-        const size_t frames = reference.size() / 2 * 8;
-        const FileSamples read = ReadAll(*reader, frames);
-        ErrorFigures worst;
-        for (int ch = 0; ch < 2; ++ch)
-        {
-            std::vector<double> expected;
-            std::vector<float> actual;
-            for (size_t i = 0; i < reference.size() / 2; ++i)
-            {
-                expected.push_back(reference[2 * i + size_t(ch)]);
-                actual.push_back(read.channels[size_t(ch)][8 * i]);
-            }
-            ExpectAccurate(expected, actual.data(), ch, worst);
-        }
-        PrintFigures("mp2", name.c_str(), worst);
+        ExpectMatchesSparseReference(std::string("alloc-") + table, 2);
     }
+}
+
+TEST(Layer1Files, MatchTheReferenceDecodes)
+{
+    // Six frames each, mono, and joint stereo through every bound and plain stereo.
+    EXPECT_EQ(ExpectMatchesSparseReference("layer1-mono", 1), 6u * 1152u);
+    EXPECT_EQ(ExpectMatchesSparseReference("layer1-joint", 2), 6u * 1152u);
 }
 
 TEST(Layer2Files, FreeFormatIsWalkedWithoutASize)

@@ -9,6 +9,10 @@ factor selections and codes. A decoder with a wrong table entry loses the bitstr
 thread at once, which the comparison with mpg123's decode then shows.
 
 Usage: make_allocations.py TABLE OUTPUT.mp2, TABLE one of a, b, c, d, lsf.
+
+With TABLE layer1-mono or layer1-joint it writes Layer I frames instead (no encoder at hand
+writes Layer I): random allocations of 1 to 14 as far as the frame's bits go, in mono, or
+in stereo frames whose joint stereo bound runs through 4, 8, 12 and 16 and then plain stereo.
 """
 import random
 import sys
@@ -54,8 +58,54 @@ class Bits:
         return bytes(int(''.join(map(str, padded[i:i + 8])), 2) for i in range(0, len(padded), 8))
 
 
+def layer1(kind, output):
+    rng = random.Random(kind)
+    stream = b''
+    modes = [(3, 0)] * 6 if kind == 'layer1-mono' else [(1, 0), (1, 1), (1, 2), (1, 3), (0, 0), (1, 1)]
+    for mode, extension in modes:
+        channels = 1 if mode == 3 else 2
+        bound = extension * 4 + 4 if mode == 1 else 32
+        budget = 672 * 8 - 32 - 4 * (32 + min(bound, 32) * (channels - 1))
+        allocation = [[0] * 32 for _ in range(2)]
+        for sb in range(32):
+            for ch in range(channels if sb < bound else 1):
+                a = rng.randrange(1, 15)
+                cost = 6 * (channels if sb >= bound else 1) + 12 * (a + 1)
+                if cost <= budget:
+                    allocation[ch][sb] = a
+                    budget -= cost
+            if sb >= bound:
+                allocation[1][sb] = allocation[0][sb]
+        w = Bits()
+        w.put(0xFFFF, 16)  # MPEG-1 Layer I, no CRC
+        w.put(14, 4)  # 448 kbit/s
+        w.put(2, 2)  # 32 kHz: 672-byte frames
+        w.put(0, 2)
+        w.put(mode, 2)
+        w.put(extension, 2)
+        w.put(0, 4)
+        for sb in range(32):
+            for ch in range(channels if sb < bound else 1):
+                w.put(allocation[ch][sb], 4)
+        for sb in range(32):
+            for ch in range(channels):
+                if allocation[ch][sb]:
+                    w.put(rng.randrange(9, 40), 6)
+        for _ in range(12):
+            for sb in range(32):
+                for ch in range(channels if sb < bound else 1):
+                    a = allocation[ch][sb]
+                    if a:
+                        w.put(rng.randrange((1 << (a + 1)) - 1), a + 1)
+        stream += w.bytes(672)
+    with open(output, 'wb') as f:
+        f.write(stream)
+
+
 def main():
     table, output = sys.argv[1], sys.argv[2]
+    if table.startswith('layer1'):
+        return layer1(table, output)
     runs, version, bitrate, rate, frame_bytes = TABLES[table]
     rng = random.Random(table)
     subbands = []  # (allocation bits, steps) per sub-band

@@ -59,11 +59,15 @@ ffmpeg_fixture  ff-stereo-24k-96      24000 2 0.20 96k
 
 # Every allocation of each of the five allocation tables, in frames written by
 # make_allocations.py; to keep them small, the references hold every 8th sample frame only.
-for table in a b c d lsf; do
-    python3 make_allocations.py "$table" "alloc-$table.mp2"
-    mpg123 -q --cpu generic --no-gapless -e f32 -O "$work/full.f32" "alloc-$table.mp2"
-    python3 -c 'import sys; d = open(sys.argv[1], "rb").read(); open(sys.argv[2], "wb").write(b"".join(d[i:i + 8] for i in range(0, len(d), 64)))' \
-        "$work/full.f32" "alloc-$table.every8.f32"
+# Layer I frames from the same script, mono and joint stereo with every bound, likewise.
+for table in a b c d lsf layer1-mono layer1-joint; do
+    name=alloc-$table width=8
+    case $table in layer1-*) name=$table ;; esac
+    case $table in *-mono) width=4 ;; esac
+    python3 make_allocations.py "$table" "$name.mp2"
+    mpg123 -q --cpu generic --no-gapless -e f32 -O "$work/full.f32" "$name.mp2"
+    python3 -c 'import sys; d, w = open(sys.argv[1], "rb").read(), int(sys.argv[3]); open(sys.argv[2], "wb").write(b"".join(d[i:i + w] for i in range(0, len(d), 8 * w)))' \
+        "$work/full.f32" "$name.every8.f32" "$width"
 done
 
 # Free format: this decoder has no size for these frames and decodes them from whatever its
