@@ -18,6 +18,8 @@
 #include "audiofiles/KvoAudioFileReader.h"
 #include "audiofiles/KvoMP3FileReader.h"
 #include "audiofiles/KvoMp3Frame.h"
+#include "audiofiles/KvoMp3LayerIII.h"
+#include "audiofiles/KvoMp3Tables.h"
 #include "audiofiles/KvoWavFileReader.h"
 #include "containers/KvoAudioBuffer.h"
 #include "core/KvoException.h"
@@ -581,6 +583,73 @@ TEST_F(Mp3ReaderTest, JoinMp3AndWavWritesFloatWav)
     const testing::ProgramRun refused = testing::RunSonaJoin({ "-i", mp3, "-d", folder / "out.mp3" });
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_NE(refused.standardError.find("MP3 encoding is not supported. Cannot write file "), std::string::npos);
+}
+
+} // namespace
+} // namespace kvo
+
+namespace kvo
+{
+namespace
+{
+
+// ---------------------------------------------------------------------------------------
+// Intensity stereo, which lame does not write: the bands it reaches, built by hand
+
+TEST(Mp3IntensityTest, LongBandsFromTheFirstSilentBandOfTheRightChannel)
+{
+    const Mp3Tables& tables = GetMp3Tables();
+    const int16_t* bands = Mp3Tables::bandTable[0];
+    float left[576];
+    float right[576];
+    std::fill(std::begin(left), std::end(left), 1.0f);
+    std::fill(std::begin(right), std::end(right), 0.5f);
+    int32_t scaleFactors[39] = {};
+    for (int32_t band = 0; band < 22; ++band)
+        scaleFactors[band] = (band * 5) % 8; // band 15 has position 7: left as it is
+    Mp3GranuleInfo info;
+    info.maxBand[3] = 10;
+    applyIntensity(left, right, scaleFactors, info, 0, false, 0);
+
+    for (int32_t line = 0; line < bands[Mp3Tables::longBoundaries + 10]; ++line)
+        ASSERT_TRUE(left[line] == 1.0f && right[line] == 0.5f) << line;
+    for (int32_t band = 10; band < 22; ++band)
+    {
+        // The last band has no position of its own and takes that of band 20.
+        const int32_t position = scaleFactors[band == 21 ? 20 : band];
+        for (int32_t line = bands[Mp3Tables::longBoundaries + band];
+             line < bands[Mp3Tables::longBoundaries + band + 1]; ++line)
+        {
+            if (position == 7)
+                ASSERT_TRUE(left[line] == 1.0f && right[line] == 0.5f) << line;
+            else
+                ASSERT_TRUE(left[line] == tables.intensityLeft[0][position]
+                            && right[line] == tables.intensityRight[0][position])
+                    << line;
+        }
+    }
+}
+
+TEST(Mp3IntensityTest, LowRatePositionsBeyondTheTablesLeaveTheBand)
+{
+    // The intensity channel of the low rates may carry 5-bit scale factors.
+    float left[576];
+    float right[576];
+    std::fill(std::begin(left), std::end(left), 1.0f);
+    std::fill(std::begin(right), std::end(right), 0.0f);
+    int32_t scaleFactors[39];
+    std::fill(std::begin(scaleFactors), std::end(scaleFactors), 31);
+    scaleFactors[3] = 2;
+    Mp3GranuleInfo info;
+    info.scalefac_compress = 1;
+    applyIntensity(left, right, scaleFactors, info, 3, true, 1);
+    const int16_t* bands = Mp3Tables::bandTable[3];
+    const float expected = GetMp3Tables().intensityLowRight[1][1][2];
+    for (int32_t line = 0; line < 576; ++line)
+    {
+        const bool inBand3 = line >= bands[Mp3Tables::longBoundaries + 3] && line < bands[Mp3Tables::longBoundaries + 4];
+        ASSERT_EQ(right[line], inBand3 ? expected : 0.0f) << line;
+    }
 }
 
 } // namespace

@@ -82,6 +82,25 @@ struct Mp3BitReader
         return bit;
     }
 
+    /** The next 32 bits without moving, for the Huffman walks. */
+    uint32_t peek32() const noexcept
+    {
+        if (bitPointer >= 0 && bitPointer + 8 <= mp3ByteBufferSize)
+        {
+            uint64_t word = 0;
+            for (int32_t i = 0; i < 8; ++i) // one unaligned load with a byte swap once compiled
+                word = word << 8 | bytes[bitPointer + i];
+            return uint32_t((word << bitOffset) >> 32);
+        }
+        uint64_t word = 0;
+        for (int32_t i = 0; i < 5; ++i)
+        {
+            const int32_t index = bitPointer + i;
+            word = word << 8 | ((index >= 0 && index < mp3ByteBufferSize) ? bytes[index] : 0u);
+        }
+        return uint32_t((word << (24 + bitOffset)) >> 32);
+    }
+
     /** Moves on by count bits without reading them. */
     void skipBits(int32_t count) noexcept
     {

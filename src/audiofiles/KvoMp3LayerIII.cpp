@@ -1,6 +1,7 @@
 #include "audiofiles/KvoMp3LayerIII.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "audiofiles/KvoMp3Decoder.h"
@@ -36,24 +37,83 @@ inline float withSign(float factor, uint32_t sign)
 }
 
 /**
-    Walks a Huffman tree one bit at a time. A branch entry skips its magnitude of entries
-    when the bit read is 1; the walk ends at the first non-negative entry, the leaf.
-    Each bit is taken from remain.
+    The first steps of a Huffman walk, looked up: for each value of the next 8 bits, the
+    leaf they end at and the bits it took, or the node the walk stands at after all 8.
+    Built once from the trees, so that most codes cost one lookup instead of a walk.
 */
-inline int32_t walkTree(Mp3BitReader& bits, const int16_t* node, int32_t& remain)
+struct HuffmanShortcut
 {
-    int32_t entry = *node;
-    while (entry < 0)
+    int16_t value = 0;   ///< the leaf, or the node's offset in the tree
+    uint8_t length = 0;  ///< bits used
+    bool isLeaf = false;
+};
+
+constexpr int32_t shortcutBits = 8;
+using ShortcutTable = std::array<HuffmanShortcut, 1 << shortcutBits>;
+
+ShortcutTable BuildShortcuts(const int16_t* tree)
+{
+    ShortcutTable table;
+    for (uint32_t prefix = 0; prefix < table.size(); ++prefix)
     {
-        node += 1 + (bits.readBit() != 0 ? -entry : 0);
-        entry = *node;
-        --remain;
+        int32_t node = 0;
+        uint8_t used = 0;
+        while (tree[node] < 0 && used < shortcutBits)
+        {
+            const bool bit = ((prefix >> (shortcutBits - 1 - used)) & 1) != 0;
+            node += 1 + (bit ? -tree[node] : 0);
+            ++used;
+        }
+        const bool isLeaf = tree[node] >= 0;
+        table[prefix] = { int16_t(isLeaf ? tree[node] : node), used, isLeaf };
     }
-    return entry;
+    return table;
+}
+
+/** Shortcuts of the 32 big-value tables, then of the two count1 trees. */
+const std::array<ShortcutTable, 34>& GetShortcuts()
+{
+    static const std::array<ShortcutTable, 34> shortcuts = [] {
+        const Mp3Tables& tables = GetMp3Tables();
+        std::array<ShortcutTable, 34> built;
+        for (int32_t i = 0; i < 32; ++i)
+            built[size_t(i)] = BuildShortcuts(tables.huffmanTables[i].tree);
+        built[32] = BuildShortcuts(tables.count1Trees[0]);
+        built[33] = BuildShortcuts(tables.count1Trees[1]);
+        return built;
+    }();
+    return shortcuts;
+}
+
+/**
+    Walks a Huffman tree: a branch entry skips its magnitude of entries when the bit is 1,
+    and the walk ends at the first non-negative entry, the leaf. The first 8 bits are looked
+    up; the rest come one at a time from a look ahead of 32 (the longest code has 19).
+    Returns the leaf and the bits it took, at most limit: a code that needs more is cut
+    there and gives -1.
+*/
+inline int32_t walkTree(const Mp3BitReader& bits, const int16_t* tree, const ShortcutTable& shortcuts, int32_t& used,
+                        int32_t limit)
+{
+    const uint32_t window = bits.peek32();
+    const HuffmanShortcut& first = shortcuts[window >> (32 - shortcutBits)];
+    used = first.length;
+    if (first.isLeaf)
+        return used <= limit ? first.value : -1;
+    const int16_t* node = tree + first.value;
+    int32_t entry = *node;
+    while (entry < 0 && used < 32)
+    {
+        node += 1 + ((window << used) >> 31 != 0 ? -entry : 0);
+        entry = *node;
+        ++used;
+    }
+    return used <= limit && entry >= 0 ? entry : -1;
 }
 
 /** One value of a big-values pair: the escape bits, the sign, and the line's float. */
-inline float decodeValue(Mp3BitReader& bits, int32_t value, int32_t linbits, float factor, int32_t& remain)
+inline float decodeValue(Mp3BitReader& bits, const float* powerTable, int32_t value, int32_t linbits, float factor,
+                         int32_t& remain)
 {
     if (value == 0)
         return 0.0f;
@@ -63,7 +123,7 @@ inline float decodeValue(Mp3BitReader& bits, int32_t value, int32_t linbits, flo
         remain -= linbits;
     }
     --remain;
-    return withSign(factor, bits.readBit()) * GetMp3Tables().powerTable[value];
+    return withSign(factor, bits.readBit()) * powerTable[value];
 }
 
 /** Where the next pair of lines of a granule goes: the current band record and its factor. */
@@ -129,16 +189,22 @@ public:
         int32_t counts[3];
         splitRegions(info, counts);
         const Mp3Tables& tables = GetMp3Tables();
+        const float* powerTable = tables.powerTable;
         for (int32_t region = 0; region < 3; ++region)
         {
-            const Mp3HuffmanTable& table = tables.huffmanTables[info.table_select[region] & 31];
+            const int32_t select = int32_t(info.table_select[region] & 31);
+            const Mp3HuffmanTable& table = tables.huffmanTables[select];
+            const ShortcutTable& shortcuts = GetShortcuts()[size_t(select)];
             for (int32_t pair = 0; pair < counts[region]; ++pair)
             {
                 if (!nextPair())
                     return;
-                const int32_t leaf = walkTree(bits, table.tree, remain);
-                const float x = decodeValue(bits, leaf >> 4, table.linbits, cursor.factor, remain);
-                const float y = decodeValue(bits, leaf & 15, table.linbits, cursor.factor, remain);
+                int32_t used = 0;
+                const int32_t leaf = std::max(walkTree(bits, table.tree, shortcuts, used, 32), 0);
+                bits.skipBits(used);
+                remain -= used;
+                const float x = decodeValue(bits, powerTable, leaf >> 4, table.linbits, cursor.factor, remain);
+                const float y = decodeValue(bits, powerTable, leaf & 15, table.linbits, cursor.factor, remain);
                 store(x, y);
             }
         }
@@ -146,11 +212,10 @@ public:
 
     void decodeQuads(int32_t& remain)
     {
-        const int16_t* tree = GetMp3Tables().count1Trees[info.count1table_select & 1];
         const int32_t maxQuads = (288 - int32_t(info.big_values)) / 2;
         for (int32_t quad = 0; quad < maxQuads && remain > 0; ++quad)
         {
-            const int32_t leaf = walkQuadTree(tree, remain);
+            const int32_t leaf = walkQuadTree(remain);
             for (int32_t half = 0; half < 2; ++half)
             {
                 if (!nextPair())
@@ -239,18 +304,21 @@ private:
     }
 
     /** A count1 code; when the bits run out within the code the quad is 0. */
-    int32_t walkQuadTree(const int16_t* node, int32_t& remain)
+    int32_t walkQuadTree(int32_t& remain)
     {
-        int32_t entry = *node;
-        while (entry < 0)
+        const uint32_t select = info.count1table_select & 1;
+        int32_t used = 0;
+        const int32_t leaf = walkTree(bits, GetMp3Tables().count1Trees[select], GetShortcuts()[32 + select], used,
+                                      remain);
+        if (leaf < 0)
         {
-            if (remain <= 0)
-                return 0;
-            node += 1 + (bits.readBit() != 0 ? -entry : 0);
-            entry = *node;
-            --remain;
+            bits.skipBits(remain);
+            remain = 0;
+            return 0;
         }
-        return entry;
+        bits.skipBits(used);
+        remain -= used;
+        return leaf;
     }
 
     Mp3BitReader& bits;
