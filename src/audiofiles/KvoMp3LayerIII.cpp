@@ -86,17 +86,16 @@ const std::array<ShortcutTable, 34>& GetShortcuts()
 }
 
 /**
-    Walks a Huffman tree: a branch entry skips its magnitude of entries when the bit is 1,
-    and the walk ends at the first non-negative entry, the leaf. The first 8 bits are looked
-    up; the rest come one at a time from a look ahead of 32 (the longest code has 19).
-    Returns the leaf and the bits it took, at most limit: a code that needs more is cut
-    there and gives -1.
+    Walks a Huffman tree over the look-ahead bits in window, from bit used on (counted from
+    the top): a branch entry skips its magnitude of entries when the bit is 1, and the walk
+    ends at the first non-negative entry, the leaf. The first 8 bits are looked up, the rest
+    taken one at a time (the longest code has 19). used grows by the code's length; a code
+    longer than limit bits gives -1.
 */
-inline int32_t walkTree(const Mp3BitReader& bits, const int16_t* tree, const ShortcutTable& shortcuts, int32_t& used,
+inline int32_t walkTree(uint64_t window, const int16_t* tree, const ShortcutTable& shortcuts, int32_t& used,
                         int32_t limit)
 {
-    const uint32_t window = bits.peek32();
-    const HuffmanShortcut& first = shortcuts[window >> (32 - shortcutBits)];
+    const HuffmanShortcut& first = shortcuts[window >> (64 - shortcutBits)];
     used = first.length;
     if (first.isLeaf)
         return used <= limit ? first.value : -1;
@@ -104,26 +103,27 @@ inline int32_t walkTree(const Mp3BitReader& bits, const int16_t* tree, const Sho
     int32_t entry = *node;
     while (entry < 0 && used < 32)
     {
-        node += 1 + ((window << used) >> 31 != 0 ? -entry : 0);
+        node += 1 + ((window << used) >> 63 != 0 ? -entry : 0);
         entry = *node;
         ++used;
     }
     return used <= limit && entry >= 0 ? entry : -1;
 }
 
-/** One value of a big-values pair: the escape bits, the sign, and the line's float. */
-inline float decodeValue(Mp3BitReader& bits, const float* powerTable, int32_t value, int32_t linbits, float factor,
-                         int32_t& remain)
+/** One value of a big-values pair from the look-ahead bits: the escape bits, the sign, the line's float. */
+inline float decodeValue(uint64_t window, int32_t& used, const float* powerTable, int32_t value, int32_t linbits,
+                         float factor)
 {
     if (value == 0)
         return 0.0f;
     if (value == 15 && linbits > 0)
     {
-        value += int32_t(bits.readBits(linbits));
-        remain -= linbits;
+        value += int32_t((window << used) >> (64 - linbits));
+        used += linbits;
     }
-    --remain;
-    return withSign(factor, bits.readBit()) * powerTable[value];
+    const uint32_t sign = uint32_t((window << used) >> 63);
+    ++used;
+    return withSign(factor, sign) * powerTable[value];
 }
 
 /** Where the next pair of lines of a granule goes: the current band record and its factor. */
@@ -199,12 +199,14 @@ public:
             {
                 if (!nextPair())
                     return;
+                // A pair takes at most 19 + 2 x 14 bits: one look ahead serves all of it.
+                const uint64_t window = bits.peek64();
                 int32_t used = 0;
-                const int32_t leaf = std::max(walkTree(bits, table.tree, shortcuts, used, 32), 0);
+                const int32_t leaf = std::max(walkTree(window, table.tree, shortcuts, used, 32), 0);
+                const float x = decodeValue(window, used, powerTable, leaf >> 4, table.linbits, cursor.factor);
+                const float y = decodeValue(window, used, powerTable, leaf & 15, table.linbits, cursor.factor);
                 bits.skipBits(used);
                 remain -= used;
-                const float x = decodeValue(bits, powerTable, leaf >> 4, table.linbits, cursor.factor, remain);
-                const float y = decodeValue(bits, powerTable, leaf & 15, table.linbits, cursor.factor, remain);
                 store(x, y);
             }
         }
@@ -308,8 +310,8 @@ private:
     {
         const uint32_t select = info.count1table_select & 1;
         int32_t used = 0;
-        const int32_t leaf = walkTree(bits, GetMp3Tables().count1Trees[select], GetShortcuts()[32 + select], used,
-                                      remain);
+        const int32_t leaf = walkTree(bits.peek64(), GetMp3Tables().count1Trees[select], GetShortcuts()[32 + select],
+                                      used, remain);
         if (leaf < 0)
         {
             bits.skipBits(remain);
