@@ -458,26 +458,5 @@ TEST(Mp3FactorTables, IntensityRatios)
     EXPECT_FLOAT_EQ(tables.intensityLowRight[1][1][14], float(std::pow(2.0, -0.5 * 7) * std::sqrt(2.0)));
 }
 
-TEST(Mp3FactorTables, ImdctWindowsCarryTheTwiddle)
-{
-    const double pi = std::acos(-1.0);
-    auto twiddle = [pi](int i) { return 2.0 * std::cos(pi / 72 * (2 * i + 19)); };
-    for (int i = 0; i < 36; ++i)
-    {
-        EXPECT_NEAR(tables.imdctWindow[0][i] * twiddle(i), std::sin(pi / 36 * (i + 0.5)), 1e-6) << i;
-        EXPECT_NEAR(tables.imdctWindow[3][i] * twiddle(i), i < 6 ? 0.0 : i < 12 ? std::sin(pi / 12 * (i - 6 + 0.5)) : i < 18 ? 1.0 : std::sin(pi / 36 * (i + 0.5)), 1e-6) << i;
-        EXPECT_NEAR(tables.imdctWindow[1][i] * twiddle(i), i < 18 ? std::sin(pi / 36 * (i + 0.5)) : i < 24 ? 1.0 : i < 30 ? std::sin(pi / 12 * (i - 18 + 0.5)) : 0.0, 1e-6) << i;
-        for (int row = 0; row < 4; ++row)
-        {
-            const bool flipped = (i & 1) != 0 && (row != 2 || i < 12);
-            EXPECT_EQ(tables.imdctWindowOdd[row][i], flipped ? -tables.imdctWindow[row][i] : tables.imdctWindow[row][i]);
-        }
-    }
-    for (int i = 0; i < 12; ++i)
-        EXPECT_NEAR(tables.imdctWindow[2][i] * 2.0 * std::cos(pi / 24 * (2 * i + 7)), std::sin(pi / 12 * (i + 0.5)), 1e-6);
-    for (int i = 12; i < 36; ++i)
-        EXPECT_EQ(tables.imdctWindow[2][i], 0.0f);
-}
-
 } // namespace
 } // namespace kvo

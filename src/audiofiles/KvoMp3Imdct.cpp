@@ -52,7 +52,12 @@ ImdctMatrices BuildMatrices()
     return matrices;
 }
 
-const ImdctMatrices matrices = BuildMatrices();
+/** Built on first use; the guard makes concurrent first calls wait for one build. */
+const ImdctMatrices& GetMatrices()
+{
+    static const ImdctMatrices matrices = BuildMatrices();
+    return matrices;
+}
 
 /** sum[lane] += sum over rows of the row's value times its matrix row, for every lane. */
 template <int rows, int lanes>
@@ -77,6 +82,7 @@ void imdct36(float* in, float* overlapIn, float* overlapOut, const float* window
         sums[k] = in[k] + in[k - 1];
     sums[0] = in[0];
 
+    const ImdctMatrices& matrices = GetMatrices();
     float even[longLanes] = {};
     float odd[longLanes] = {};
     Accumulate<10>(even, sums, 2, matrices.longEven);
@@ -98,6 +104,7 @@ void imdct36(float* in, float* overlapIn, float* overlapOut, const float* window
 void imdct12(float* in, float* overlapIn, float* overlapOut, const float* window, float* out)
 {
     // The three windows overlap-add 6 entries apart, from entry 6 of the 36.
+    const ImdctMatrices& matrices = GetMatrices();
     float block[36] = {};
     for (int w = 0; w < 3; ++w)
     {

@@ -46,35 +46,57 @@ struct Dct<1>
     static void run(const float* in, float* out, const float (*)[16]) noexcept { out[0] = in[0]; }
 };
 
-/** Sum of window x history over 16 taps, signs alternating from plus; the lanes keep it vectorisable. */
-inline float AlternatingTaps(const float* window, const float* history) noexcept
+/**
+    rows sums of 16 window x history products, the window rows 32 floats apart and the history
+    rows historyStep apart; negated when negate is set. The products are formed first and then
+    halved twice, so that every step is a plain loop over contiguous floats.
+*/
+template <int rows, bool negate>
+inline void WindowRows(const float* window, const float* history, int historyStep, float* out) noexcept
 {
-    float lanes[8] = {};
-    for (int k = 0; k < 16; k += 8)
-        for (int lane = 0; lane < 8; ++lane)
-            lanes[lane] += window[k + lane] * history[k + lane];
-    return ((lanes[0] - lanes[1]) + (lanes[2] - lanes[3])) + ((lanes[4] - lanes[5]) + (lanes[6] - lanes[7]));
+    float products[rows][16];
+    for (int row = 0; row < rows; ++row)
+        for (int k = 0; k < 16; ++k)
+            products[row][k] = window[32 * row + k] * history[historyStep * row + k];
+    for (int row = 0; row < rows; ++row)
+        for (int k = 0; k < 8; ++k)
+            products[row][k] += products[row][k + 8];
+    for (int row = 0; row < rows; ++row)
+        for (int k = 0; k < 4; ++k)
+            products[row][k] += products[row][k + 4];
+    for (int row = 0; row < rows; ++row)
+    {
+        const float sum = (products[row][0] + products[row][2]) + (products[row][1] + products[row][3]);
+        out[row] = negate ? -sum : sum;
+    }
 }
 
-/** The even taps of a row alone: the centre output, where the odd taps meet zeros of the window. */
-inline float EvenTaps(const float* window, const float* history) noexcept
+/**
+    Two working copies of the window. The first half of the outputs sums its 16 taps with
+    alternating signs, plus on even taps; the taps always start at an odd entry of the window
+    (the rotation is odd), so the signs belong to the entries: alternated[x] is the window with
+    its even entries negated. The second half of the outputs reads the window downwards from the
+    entry before its start; reversed holds it back to front so that it reads upwards.
+*/
+struct WorkingWindows
 {
-    float sum = 0.0f;
-    for (int k = 0; k < 16; k += 2)
-        sum += window[k] * history[k];
-    return sum;
-}
+    float alternated[544];
+    float reversed[544];
+};
 
-/** The second half of the outputs reads the window backwards from window[-1], then window[0] last. */
-inline float ReversedTaps(const float* window, const float* history) noexcept
+const WorkingWindows& GetWorkingWindows()
 {
-    float lanes[8] = {};
-    for (int k = 0; k < 8; ++k)
-        lanes[k] = window[-1 - k] * history[k];
-    for (int k = 0; k < 7; ++k)
-        lanes[k] += window[-9 - k] * history[8 + k];
-    lanes[7] += window[0] * history[15];
-    return -(((lanes[0] + lanes[1]) + (lanes[2] + lanes[3])) + ((lanes[4] + lanes[5]) + (lanes[6] + lanes[7])));
+    static const WorkingWindows windows = [] {
+        WorkingWindows result;
+        const float* window = GetMp3Tables().synthWindow;
+        for (int i = 0; i < 544; ++i)
+        {
+            result.alternated[i] = (i & 1) != 0 ? window[i] : -window[i];
+            result.reversed[i] = window[543 - i];
+        }
+        return result;
+    }();
+    return windows;
 }
 
 } // namespace
@@ -121,17 +143,24 @@ void synthesise(Mp3SynthesisState& state, const float* subbands, int channel, fl
 
     // The window is stored twice over, so starting it rotation entries early reads the history
     // in its rotated order without any wrapping.
-    const float* window = GetMp3Tables().synthWindow + 16 - rotation;
+    const WorkingWindows& windows = GetWorkingWindows();
+    const int start = 16 - rotation;
     const float* history = halves[readHalf];
     float* samples = out + samplesDone;
-    for (int row = 0; row < 16; ++row, window += 32, history += 16)
-        samples[row] = AlternatingTaps(window, history);
-    samples[16] = EvenTaps(window, history);
+    WindowRows<16, false>(windows.alternated + start, history, 16, samples);
 
-    window += 2 * rotation - 32;
-    history -= 16;
-    for (int row = 17; row < 32; ++row, window -= 32, history -= 16)
-        samples[row] = ReversedTaps(window, history);
+    // Row 16 takes the even taps alone.
+    const float* window = GetMp3Tables().synthWindow + start + 512;
+    float centre = 0.0f;
+    for (int k = 0; k < 16; k += 2)
+        centre += window[k] * history[256 + k];
+    samples[16] = centre;
+
+    // Rows 17 to 31: minus the sum over k of window[-1 - k] x history[k], the window starting at
+    // entry 496 + rotation and falling by 32 a row while the history climbs down from row 15; in
+    // the reversed copy, that reads upwards from 48 - rotation. The 16th tap is window[-16], the
+    // stored twin of window[0].
+    WindowRows<15, true>(windows.reversed + 48 - rotation, history + 240, -16, samples + 17);
     samplesDone += 32;
 }
 

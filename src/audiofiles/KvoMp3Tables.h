@@ -29,7 +29,7 @@ struct Mp3BandRecord
     int16_t pairs = 0; ///< width of the run in line pairs
     int16_t start = 0; ///< first line in the spectrum
     int16_t window = 3;
-    int16_t band = 0; ///< scale factor band
+    int16_t band = 0; ///< the long band (window 3) or the short band of the run
 };
 
 /** The records of one map and how many there are. */
@@ -80,7 +80,11 @@ struct Mp3Tables
     int32_t longLimit[9][23];
     /** [sampleRateIndex][band]: number of sub-bands up to the short band boundary, at most 32. */
     int32_t shortLimit[9][14];
-    /** [sampleRateIndex][kind]: kind 0 mixed blocks, 1 short blocks, 2 long blocks. */
+    /**
+        [sampleRateIndex][kind]: kind 0 mixed blocks (long bands 0-7, then short bands 3-12), 1 short
+        blocks, 2 long blocks. At the low rates the long part of a mixed block is wider than the
+        short bands it stands for, and the map stops at the end of the spectrum.
+    */
     Mp3BandMap bandMaps[9][3];
     /**
         Low-rate scale factor lengths by scalefac_compress (the intensity channel's by half of it):
