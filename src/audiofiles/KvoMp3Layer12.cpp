@@ -286,14 +286,12 @@ void readLayer2ScaleFactors(Layer2Frame& frame, int32_t subbands, Mp3BitReader& 
                 s[0] = s[1] = s[2] = 0;
                 continue;
             }
-            // Selection: 0 three factors, 1 the first serves twice, 2 one for all, 3 the second serves twice.
-            switch (selection[ch][sb])
-            {
-                case 0: s[0] = uint8_t(bits.readBits(6)); s[1] = uint8_t(bits.readBits(6)); s[2] = uint8_t(bits.readBits(6)); break;
-                case 1: s[0] = s[1] = uint8_t(bits.readBits(6)); s[2] = uint8_t(bits.readBits(6)); break;
-                case 2: s[0] = s[1] = s[2] = uint8_t(bits.readBits(6)); break;
-                default: s[0] = uint8_t(bits.readBits(6)); s[1] = s[2] = uint8_t(bits.readBits(6)); break;
-            }
+            // Selection 0: three factors; 1: the first serves twice; 2: one serves all three;
+            // 3: the second serves twice.
+            const uint8_t sel = selection[ch][sb];
+            s[0] = uint8_t(bits.readBits(6));
+            s[1] = sel == 0 || sel == 3 ? uint8_t(bits.readBits(6)) : s[0];
+            s[2] = sel == 0 || sel == 1 ? uint8_t(bits.readBits(6)) : s[1];
         }
 }
 

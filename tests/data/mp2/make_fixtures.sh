@@ -1,6 +1,6 @@
 #!/bin/sh
 # Rebuilds the MPEG audio Layer II fixtures and their reference decodes.
-# Needs sox, twolame, ffmpeg and mpg123 (Debian packages); the build and the tests do not.
+# Needs sox, twolame, ffmpeg, lame and mpg123 (Debian packages); the build and the tests do not.
 #
 # Each NAME.mp2 comes with NAME.f32: mpg123's decode of it as interleaved 32-bit floats,
 # plain C core, nothing trimmed at either end, so that its first sample is the first
@@ -56,3 +56,26 @@ ffmpeg_fixture  ff-mono-32k-64        32000 1 0.20 64k                # 27 sub-b
 twolame_fixture tl-joint-22k-64       22050 2 0.25 tone  -m j -b 64
 twolame_fixture tl-mono-16k-32        16000 1 0.30 tone  -m m -b 32
 ffmpeg_fixture  ff-stereo-24k-96      24000 2 0.20 96k
+
+# Every allocation of each of the five allocation tables, in frames written by
+# make_allocations.py; to keep them small, the references hold every 8th sample frame only.
+# Layer I frames from the same script, mono and joint stereo with every bound, likewise.
+for table in a b c d lsf layer1-mono layer1-joint; do
+    name=alloc-$table width=8
+    case $table in layer1-*) name=$table ;; esac
+    case $table in *-mono) width=4 ;; esac
+    python3 make_allocations.py "$table" "$name.mp2"
+    mpg123 -q --cpu generic --no-gapless -e f32 -O "$work/full.f32" "$name.mp2"
+    python3 -c 'import sys; d, w = open(sys.argv[1], "rb").read(), int(sys.argv[3]); open(sys.argv[2], "wb").write(b"".join(d[i:i + w] for i in range(0, len(d), 8 * w)))' \
+        "$work/full.f32" "$name.every8.f32" "$width"
+done
+
+# Free format: this decoder has no size for these frames and decodes them from whatever its
+# buffer holds, so there is no reference; the tests only walk the file.
+signal 44100 2 0.06 tone
+twolame --quiet --freeformat -b 200 "$work/in.wav" tl-free-44k-200.mp2
+
+# A Layer III partner for the joins of both kinds of input (no reference: the join test
+# compares against the reader's own decode of it).
+signal 44100 1 0.10 tone
+lame --quiet -m m -b 64 "$work/in.wav" join-layer3-44k-mono.mp3
