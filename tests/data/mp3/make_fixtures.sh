@@ -6,6 +6,7 @@
 # nothing trimmed at either end (its first sample is the first sample of the first audio
 # frame; the Xing/Info frame, when there is one, is not decoded).
 set -e
+only="$*"
 cd "$(dirname "$0")"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -18,11 +19,22 @@ signal() {
     sox "$work/a.wav" "$work/b.wav" "$work/c.wav" "$4"
 }
 
+# steady <rate> <seconds> <output.wav>: two slow sweeps faded in, with nothing sudden, so
+# that lame writes long blocks only.
+steady() {
+    sox -n -r "$1" -c 2 -b 16 "$3" synth "$2" sine 300-3000 sine 320-2500 fade h 0.06 "$2" 0.03 vol 0.6
+}
+
 # fixture <name> <rate> <channels> <seconds> <lame options...>
 fixture() {
     name=$1 rate=$2 channels=$3 seconds=$4
     shift 4
-    signal "$rate" "$channels" "$seconds" "$work/$name.wav"
+    # With arguments, only the fixtures named are made again.
+    if [ -n "$only" ] && ! echo " $only " | grep -q " $name "; then return; fi
+    case $name in
+        intensity-*) steady "$rate" "$seconds" "$work/$name.wav" ;;
+        *) signal "$rate" "$channels" "$seconds" "$work/$name.wav" ;;
+    esac
     # lame would pick its own output rate for a low bitrate: each call names the rate.
     lame --quiet "$@" "$work/$name.wav" "$name.mp3"
     mpg123 -q --cpu generic --no-gapless -e f32 -O "$name.f32" "$name.mp3"
