@@ -19,7 +19,7 @@ import sys
 import tempfile
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from join_benchmark import measure  # noqa: E402
+from join_benchmark import measure, print_ratios  # noqa: E402
 
 
 def main():
@@ -54,12 +54,7 @@ def main():
         print("decoding of %.0f s of 128 kbit/s stereo MP3 to WAV, best of %d runs" % (args.seconds, args.runs))
         results = {name: measure(command, args.runs, output) for name, command in tools}
 
-        base_time, base_memory = results["sonajoin"]
-        print("%-18s %10s %10s %14s %14s" % ("tool", "wall ms", "peak MiB", "time/sonajoin", "mem/sonajoin"))
-        for name, (wall, memory) in results.items():
-            print("%-18s %10.1f %10.1f %14.2f %14.2f"
-                  % (name, wall * 1000, memory, wall / base_time, memory / base_memory))
-
+        print_ratios(results, 18)
 
 if __name__ == "__main__":
     main()

@@ -19,9 +19,8 @@ constexpr int32_t gainTableSize = 378;
 constexpr int32_t scaleFactorCount = 39;
 
 /** A factor of the gain table: base moved on by index entries, held inside the table for damaged streams. */
-float gainAt(const float* base, int32_t index)
+float gainAt(const float* table, const float* base, int32_t index)
 {
-    const float* table = GetMp3Tables().gainTable;
     const int64_t entry = (base - table) + index;
     return table[std::clamp<int64_t>(entry, 0, gainTableSize - 1)];
 }
@@ -169,12 +168,13 @@ void splitRegions(const Mp3GranuleInfo& info, int32_t counts[3])
     The Huffman and dequantisation pass of one granule, shared by long and short blocks:
     the band map decides where each pair lands and which gain it takes.
 */
+template <bool isShort>
 class GranuleDecoder
 {
 public:
     GranuleDecoder(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, const Mp3GranuleInfo& info,
-                   const Mp3BandMap& map, bool isShort)
-        : bits(bits), spectrum(spectrum), scaleFactors(scaleFactors), info(info), isShort(isShort),
+                   const Mp3BandMap& map)
+        : bits(bits), spectrum(spectrum), scaleFactors(scaleFactors), info(info),
           shift(int32_t(info.scalefac_scale) + 1),
           pretab(!isShort && info.preflag != 0 ? Mp3Tables::pretab : Mp3Tables::pretabZero)
     {
@@ -188,13 +188,12 @@ public:
     {
         int32_t counts[3];
         splitRegions(info, counts);
-        const Mp3Tables& tables = GetMp3Tables();
         const float* powerTable = tables.powerTable;
         for (int32_t region = 0; region < 3; ++region)
         {
             const int32_t select = int32_t(info.table_select[region] & 31);
             const Mp3HuffmanTable& table = tables.huffmanTables[select];
-            const ShortcutTable& shortcuts = GetShortcuts()[size_t(select)];
+            const ShortcutTable& shortcuts = allShortcuts[size_t(select)];
             for (int32_t pair = 0; pair < counts[region]; ++pair)
             {
                 if (!nextPair())
@@ -243,10 +242,9 @@ public:
     /** Sets maxBand and maxb from the bands that received non-zero lines. */
     void setLimits(Mp3GranuleInfo& target, int32_t sampleRateIndex) const
     {
-        const Mp3Tables& tables = GetMp3Tables();
         for (int32_t i = 0; i < 4; ++i)
             target.maxBand[i] = highest[i] + 1;
-        if (!isShort)
+        if constexpr (!isShort)
         {
             target.maxb = tables.longLimit[sampleRateIndex][target.maxBand[3]];
             return;
@@ -276,12 +274,12 @@ private:
         {
             cursor.step = 1;
             const int32_t emphasis = cursor.recordIndex < 22 ? pretab[cursor.recordIndex] : 0;
-            cursor.factor = gainAt(info.gain, (scaleFactor + emphasis) << shift);
+            cursor.factor = gainAt(tables.gainTable, info.gain, (scaleFactor + emphasis) << shift);
         }
         else
         {
             cursor.step = 3;
-            cursor.factor = gainAt(info.fullGain[record.window], scaleFactor << shift);
+            cursor.factor = gainAt(tables.gainTable, info.fullGain[record.window], scaleFactor << shift);
         }
         return true;
     }
@@ -298,7 +296,7 @@ private:
         }
         if (x != 0.0f || y != 0.0f)
             highest[cursor.record->window] = cursor.record->band;
-        if (isShort)
+        if constexpr (isShort)
             cursor.position += 2 * step;
         else
             longPosition += 2;
@@ -310,8 +308,8 @@ private:
     {
         const uint32_t select = info.count1table_select & 1;
         int32_t used = 0;
-        const int32_t leaf = walkTree(bits.peek64(), GetMp3Tables().count1Trees[select], GetShortcuts()[32 + select],
-                                      used, remain);
+        const int32_t leaf = walkTree(bits.peek64(), tables.count1Trees[select], allShortcuts[32 + select], used,
+                                      remain);
         if (leaf < 0)
         {
             bits.skipBits(remain);
@@ -323,11 +321,12 @@ private:
         return leaf;
     }
 
+    const Mp3Tables& tables = GetMp3Tables();
+    const std::array<ShortcutTable, 34>& allShortcuts = GetShortcuts();
     Mp3BitReader& bits;
     float* spectrum;
     const int32_t* scaleFactors;
     const Mp3GranuleInfo& info;
-    const bool isShort;
     const int32_t shift;
     const uint8_t* pretab;
     LineCursor cursor;
@@ -561,19 +560,32 @@ int32_t readScaleFactorsLowRate(Mp3BitReader& bits, int32_t* scaleFactors, Mp3Gr
     return bitsRead;
 }
 
-bool dequantise(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
-                int32_t sampleRateIndex, int32_t part2Bits)
+namespace
 {
-    int32_t remain = int32_t(info.part2_3_length) - part2Bits;
-    std::fill(spectrum, spectrum + granuleLines, 0.0f);
 
-    const bool isShort = info.block_type == 2;
+template <bool isShort>
+int32_t decodeLines(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
+                    int32_t sampleRateIndex, int32_t remain)
+{
     const int32_t kind = isShort ? (info.mixed_block_flag != 0 ? 0 : 1) : 2;
-    GranuleDecoder decoder(bits, spectrum, scaleFactors, info, GetMp3Tables().bandMaps[sampleRateIndex][kind],
-                           isShort);
+    GranuleDecoder<isShort> decoder(bits, spectrum, scaleFactors, info, GetMp3Tables().bandMaps[sampleRateIndex][kind]);
     decoder.decodeBigValues(remain);
     decoder.decodeQuads(remain);
     decoder.setLimits(info, sampleRateIndex);
+    return remain;
+}
+
+} // namespace
+
+bool dequantise(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
+                int32_t sampleRateIndex, int32_t part2Bits)
+{
+    std::fill(spectrum, spectrum + granuleLines, 0.0f);
+    int32_t remain = int32_t(info.part2_3_length) - part2Bits;
+    if (info.block_type == 2)
+        remain = decodeLines<true>(bits, spectrum, scaleFactors, info, sampleRateIndex, remain);
+    else
+        remain = decodeLines<false>(bits, spectrum, scaleFactors, info, sampleRateIndex, remain);
 
     if (remain > 0)
         bits.skipBits(remain);
