@@ -568,10 +568,14 @@ int32_t decodeLines(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFac
                     int32_t sampleRateIndex, int32_t remain)
 {
     const int32_t kind = isShort ? (info.mixed_block_flag != 0 ? 0 : 1) : 2;
-    GranuleDecoder<isShort> decoder(bits, spectrum, scaleFactors, info, GetMp3Tables().bandMaps[sampleRateIndex][kind]);
+    // A local cursor, which the compiler can keep in registers through the walks.
+    Mp3BitReader cursor = bits;
+    GranuleDecoder<isShort> decoder(cursor, spectrum, scaleFactors, info,
+                                    GetMp3Tables().bandMaps[sampleRateIndex][kind]);
     decoder.decodeBigValues(remain);
     decoder.decodeQuads(remain);
     decoder.setLimits(info, sampleRateIndex);
+    bits = cursor;
     return remain;
 }
 
