@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 namespace kvo
 {
@@ -82,23 +83,22 @@ struct Mp3BitReader
         return bit;
     }
 
-    /** The next 32 bits without moving, for the Huffman walks. */
-    uint32_t peek32() const noexcept
+    /** The next 57 bits or more without moving, at the top of the result, for the Huffman walks. */
+    uint64_t peek64() const noexcept
     {
+        uint64_t word = 0;
         if (bitPointer >= 0 && bitPointer + 8 <= mp3ByteBufferSize)
         {
-            uint64_t word = 0;
-            for (int32_t i = 0; i < 8; ++i) // one unaligned load with a byte swap once compiled
-                word = word << 8 | bytes[bitPointer + i];
-            return uint32_t((word << bitOffset) >> 32);
+            std::memcpy(&word, bytes + bitPointer, sizeof word);
+            word = __builtin_bswap64(word); // the stream is big-endian, the machine little-endian
         }
-        uint64_t word = 0;
-        for (int32_t i = 0; i < 5; ++i)
-        {
-            const int32_t index = bitPointer + i;
-            word = word << 8 | ((index >= 0 && index < mp3ByteBufferSize) ? bytes[index] : 0u);
-        }
-        return uint32_t((word << (24 + bitOffset)) >> 32);
+        else
+            for (int32_t i = 0; i < 8; ++i)
+            {
+                const int32_t index = bitPointer + i;
+                word = word << 8 | ((index >= 0 && index < mp3ByteBufferSize) ? bytes[index] : 0u);
+            }
+        return word << bitOffset;
     }
 
     /** Moves on by count bits without reading them. */

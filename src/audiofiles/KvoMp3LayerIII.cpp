@@ -19,9 +19,8 @@ constexpr int32_t gainTableSize = 378;
 constexpr int32_t scaleFactorCount = 39;
 
 /** A factor of the gain table: base moved on by index entries, held inside the table for damaged streams. */
-float gainAt(const float* base, int32_t index)
+float gainAt(const float* table, const float* base, int32_t index)
 {
-    const float* table = GetMp3Tables().gainTable;
     const int64_t entry = (base - table) + index;
     return table[std::clamp<int64_t>(entry, 0, gainTableSize - 1)];
 }
@@ -86,17 +85,16 @@ const std::array<ShortcutTable, 34>& GetShortcuts()
 }
 
 /**
-    Walks a Huffman tree: a branch entry skips its magnitude of entries when the bit is 1,
-    and the walk ends at the first non-negative entry, the leaf. The first 8 bits are looked
-    up; the rest come one at a time from a look ahead of 32 (the longest code has 19).
-    Returns the leaf and the bits it took, at most limit: a code that needs more is cut
-    there and gives -1.
+    Walks a Huffman tree over the look-ahead bits in window, from bit used on (counted from
+    the top): a branch entry skips its magnitude of entries when the bit is 1, and the walk
+    ends at the first non-negative entry, the leaf. The first 8 bits are looked up, the rest
+    taken one at a time (the longest code has 19). used grows by the code's length; a code
+    longer than limit bits gives -1.
 */
-inline int32_t walkTree(const Mp3BitReader& bits, const int16_t* tree, const ShortcutTable& shortcuts, int32_t& used,
+inline int32_t walkTree(uint64_t window, const int16_t* tree, const ShortcutTable& shortcuts, int32_t& used,
                         int32_t limit)
 {
-    const uint32_t window = bits.peek32();
-    const HuffmanShortcut& first = shortcuts[window >> (32 - shortcutBits)];
+    const HuffmanShortcut& first = shortcuts[window >> (64 - shortcutBits)];
     used = first.length;
     if (first.isLeaf)
         return used <= limit ? first.value : -1;
@@ -104,26 +102,27 @@ inline int32_t walkTree(const Mp3BitReader& bits, const int16_t* tree, const Sho
     int32_t entry = *node;
     while (entry < 0 && used < 32)
     {
-        node += 1 + ((window << used) >> 31 != 0 ? -entry : 0);
+        node += 1 + ((window << used) >> 63 != 0 ? -entry : 0);
         entry = *node;
         ++used;
     }
     return used <= limit && entry >= 0 ? entry : -1;
 }
 
-/** One value of a big-values pair: the escape bits, the sign, and the line's float. */
-inline float decodeValue(Mp3BitReader& bits, const float* powerTable, int32_t value, int32_t linbits, float factor,
-                         int32_t& remain)
+/** One value of a big-values pair from the look-ahead bits: the escape bits, the sign, the line's float. */
+inline float decodeValue(uint64_t window, int32_t& used, const float* powerTable, int32_t value, int32_t linbits,
+                         float factor)
 {
     if (value == 0)
         return 0.0f;
     if (value == 15 && linbits > 0)
     {
-        value += int32_t(bits.readBits(linbits));
-        remain -= linbits;
+        value += int32_t((window << used) >> (64 - linbits));
+        used += linbits;
     }
-    --remain;
-    return withSign(factor, bits.readBit()) * powerTable[value];
+    const uint32_t sign = uint32_t((window << used) >> 63);
+    ++used;
+    return withSign(factor, sign) * powerTable[value];
 }
 
 /** Where the next pair of lines of a granule goes: the current band record and its factor. */
@@ -169,12 +168,13 @@ void splitRegions(const Mp3GranuleInfo& info, int32_t counts[3])
     The Huffman and dequantisation pass of one granule, shared by long and short blocks:
     the band map decides where each pair lands and which gain it takes.
 */
+template <bool isShort>
 class GranuleDecoder
 {
 public:
     GranuleDecoder(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, const Mp3GranuleInfo& info,
-                   const Mp3BandMap& map, bool isShort)
-        : bits(bits), spectrum(spectrum), scaleFactors(scaleFactors), info(info), isShort(isShort),
+                   const Mp3BandMap& map)
+        : bits(bits), spectrum(spectrum), scaleFactors(scaleFactors), info(info),
           shift(int32_t(info.scalefac_scale) + 1),
           pretab(!isShort && info.preflag != 0 ? Mp3Tables::pretab : Mp3Tables::pretabZero)
     {
@@ -188,23 +188,24 @@ public:
     {
         int32_t counts[3];
         splitRegions(info, counts);
-        const Mp3Tables& tables = GetMp3Tables();
         const float* powerTable = tables.powerTable;
         for (int32_t region = 0; region < 3; ++region)
         {
             const int32_t select = int32_t(info.table_select[region] & 31);
             const Mp3HuffmanTable& table = tables.huffmanTables[select];
-            const ShortcutTable& shortcuts = GetShortcuts()[size_t(select)];
+            const ShortcutTable& shortcuts = allShortcuts[size_t(select)];
             for (int32_t pair = 0; pair < counts[region]; ++pair)
             {
                 if (!nextPair())
                     return;
+                // A pair takes at most 19 + 2 x 14 bits: one look ahead serves all of it.
+                const uint64_t window = bits.peek64();
                 int32_t used = 0;
-                const int32_t leaf = std::max(walkTree(bits, table.tree, shortcuts, used, 32), 0);
+                const int32_t leaf = std::max(walkTree(window, table.tree, shortcuts, used, 32), 0);
+                const float x = decodeValue(window, used, powerTable, leaf >> 4, table.linbits, cursor.factor);
+                const float y = decodeValue(window, used, powerTable, leaf & 15, table.linbits, cursor.factor);
                 bits.skipBits(used);
                 remain -= used;
-                const float x = decodeValue(bits, powerTable, leaf >> 4, table.linbits, cursor.factor, remain);
-                const float y = decodeValue(bits, powerTable, leaf & 15, table.linbits, cursor.factor, remain);
                 store(x, y);
             }
         }
@@ -241,10 +242,9 @@ public:
     /** Sets maxBand and maxb from the bands that received non-zero lines. */
     void setLimits(Mp3GranuleInfo& target, int32_t sampleRateIndex) const
     {
-        const Mp3Tables& tables = GetMp3Tables();
         for (int32_t i = 0; i < 4; ++i)
             target.maxBand[i] = highest[i] + 1;
-        if (!isShort)
+        if constexpr (!isShort)
         {
             target.maxb = tables.longLimit[sampleRateIndex][target.maxBand[3]];
             return;
@@ -274,12 +274,12 @@ private:
         {
             cursor.step = 1;
             const int32_t emphasis = cursor.recordIndex < 22 ? pretab[cursor.recordIndex] : 0;
-            cursor.factor = gainAt(info.gain, (scaleFactor + emphasis) << shift);
+            cursor.factor = gainAt(tables.gainTable, info.gain, (scaleFactor + emphasis) << shift);
         }
         else
         {
             cursor.step = 3;
-            cursor.factor = gainAt(info.fullGain[record.window], scaleFactor << shift);
+            cursor.factor = gainAt(tables.gainTable, info.fullGain[record.window], scaleFactor << shift);
         }
         return true;
     }
@@ -296,7 +296,7 @@ private:
         }
         if (x != 0.0f || y != 0.0f)
             highest[cursor.record->window] = cursor.record->band;
-        if (isShort)
+        if constexpr (isShort)
             cursor.position += 2 * step;
         else
             longPosition += 2;
@@ -308,7 +308,7 @@ private:
     {
         const uint32_t select = info.count1table_select & 1;
         int32_t used = 0;
-        const int32_t leaf = walkTree(bits, GetMp3Tables().count1Trees[select], GetShortcuts()[32 + select], used,
+        const int32_t leaf = walkTree(bits.peek64(), tables.count1Trees[select], allShortcuts[32 + select], used,
                                       remain);
         if (leaf < 0)
         {
@@ -321,11 +321,12 @@ private:
         return leaf;
     }
 
+    const Mp3Tables& tables = GetMp3Tables();
+    const std::array<ShortcutTable, 34>& allShortcuts = GetShortcuts();
     Mp3BitReader& bits;
     float* spectrum;
     const int32_t* scaleFactors;
     const Mp3GranuleInfo& info;
-    const bool isShort;
     const int32_t shift;
     const uint8_t* pretab;
     LineCursor cursor;
@@ -559,19 +560,36 @@ int32_t readScaleFactorsLowRate(Mp3BitReader& bits, int32_t* scaleFactors, Mp3Gr
     return bitsRead;
 }
 
-bool dequantise(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
-                int32_t sampleRateIndex, int32_t part2Bits)
+namespace
 {
-    int32_t remain = int32_t(info.part2_3_length) - part2Bits;
-    std::fill(spectrum, spectrum + granuleLines, 0.0f);
 
-    const bool isShort = info.block_type == 2;
+template <bool isShort>
+int32_t decodeLines(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
+                    int32_t sampleRateIndex, int32_t remain)
+{
     const int32_t kind = isShort ? (info.mixed_block_flag != 0 ? 0 : 1) : 2;
-    GranuleDecoder decoder(bits, spectrum, scaleFactors, info, GetMp3Tables().bandMaps[sampleRateIndex][kind],
-                           isShort);
+    // A local cursor, which the compiler can keep in registers through the walks.
+    Mp3BitReader cursor = bits;
+    GranuleDecoder<isShort> decoder(cursor, spectrum, scaleFactors, info,
+                                    GetMp3Tables().bandMaps[sampleRateIndex][kind]);
     decoder.decodeBigValues(remain);
     decoder.decodeQuads(remain);
     decoder.setLimits(info, sampleRateIndex);
+    bits = cursor;
+    return remain;
+}
+
+} // namespace
+
+bool dequantise(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
+                int32_t sampleRateIndex, int32_t part2Bits)
+{
+    std::fill(spectrum, spectrum + granuleLines, 0.0f);
+    int32_t remain = int32_t(info.part2_3_length) - part2Bits;
+    if (info.block_type == 2)
+        remain = decodeLines<true>(bits, spectrum, scaleFactors, info, sampleRateIndex, remain);
+    else
+        remain = decodeLines<false>(bits, spectrum, scaleFactors, info, sampleRateIndex, remain);
 
     if (remain > 0)
         bits.skipBits(remain);
