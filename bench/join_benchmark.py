@@ -61,6 +61,16 @@ def measure(command, runs, output, stdout_path=None):
     return best_time, peak
 
 
+def print_ratios(results, name_width=16):
+    """One line a tool: best wall time, peak memory, and both as ratios against sonajoin's."""
+    base_time, base_memory = results["sonajoin"]
+    row = "%-{0}s %10s %10s %14s %14s".format(name_width)
+    print(row % ("tool", "wall ms", "peak MiB", "time/sonajoin", "mem/sonajoin"))
+    for name, (wall, memory) in results.items():
+        print(("%-{0}s %10.1f %10.1f %14.2f %14.2f".format(name_width))
+              % (name, wall * 1000, memory, wall / base_time, memory / base_memory))
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("sonajoin", nargs="?", default="build/release/sonajoin")
@@ -99,11 +109,7 @@ def main():
         for name, command, stdout_path in tools:
             results[name] = measure(command, args.runs, output, stdout_path)
 
-        base_time, base_memory = results["sonajoin"]
-        print("%-16s %10s %10s %14s %14s" % ("tool", "wall ms", "peak MiB", "time/sonajoin", "mem/sonajoin"))
-        for name, (wall, memory) in results.items():
-            print("%-16s %10.1f %10.1f %14.2f %14.2f"
-                  % (name, wall * 1000, memory, wall / base_time, memory / base_memory))
+        print_ratios(results)
 
 
 if __name__ == "__main__":

@@ -4,6 +4,7 @@
 
 #include "audiofiles/KvoAiffFileReader.h"
 #include "audiofiles/KvoAudioFilesUtilities.h"
+#include "audiofiles/KvoMP3FileReader.h"
 #include "audiofiles/KvoPcmSampleCoding.h"
 #include "audiofiles/KvoWavFileReader.h"
 #include "core/KvoException.h"
@@ -27,11 +28,9 @@ ScopedPointer<AudioFileReader> createAiffReader(const File& file)
     return ScopedPointer<AudioFileReader>(new AiffFileReader(file));
 }
 
-// Until MP3 decoding is in the library, a file taken for MP3 is refused the way the MP3
-// reader refuses a file it cannot use.
 ScopedPointer<AudioFileReader> createMp3Reader(const File& file)
 {
-    throw Exception(String("file ") + quotedPath(file) + " is not a valid MP3 file", KVO_CODE_LOCATION);
+    return ScopedPointer<AudioFileReader>(new MP3FileReader(file));
 }
 
 // ---------------------------------------------------------------------------------------

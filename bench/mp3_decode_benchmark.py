@@ -1,0 +1,60 @@
+#!/usr/bin/env python3
+"""Times the decoding of one MP3 file to a WAV file with sonajoin and with mpg123 and ffmpeg.
+
+Makes a stereo 44.1 kHz signal of the given length with sox and encodes it at 128 kbit/s with
+lame, in a temporary folder; then decodes it with `sonajoin -i x.mp3 -d out.wav` and, each
+when installed, with `mpg123 -w` (16-bit output), `mpg123 -e f32 -w` (float output, as
+sonajoin writes) and ffmpeg (float output), whole process each. Every tool runs several
+times; the best wall time and the largest peak resident memory are kept, and each peer's
+figures are printed as a ratio against sonajoin's, measured in the same run.
+
+    python3 bench/mp3_decode_benchmark.py [path/to/sonajoin] [--seconds S] [--runs R]
+"""
+
+import argparse
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from join_benchmark import measure, print_ratios  # noqa: E402
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("sonajoin", nargs="?", default="build/release/sonajoin")
+    parser.add_argument("--seconds", type=float, default=300.0)
+    parser.add_argument("--runs", type=int, default=5)
+    args = parser.parse_args()
+
+    sonajoin = os.path.abspath(args.sonajoin)
+    if not os.access(sonajoin, os.X_OK):
+        sys.exit("sonajoin not found at " + sonajoin + " (build the release preset first)")
+    for tool in ("sox", "lame"):
+        if not shutil.which(tool):
+            sys.exit(tool + " is needed to make the input file")
+
+    with tempfile.TemporaryDirectory(prefix="sonajoin-bench-") as folder:
+        signal = os.path.join(folder, "in.wav")
+        mp3 = os.path.join(folder, "in.mp3")
+        subprocess.check_call(["sox", "-n", "-r", "44100", "-c", "2", "-b", "16", signal, "synth",
+                               str(args.seconds), "sine", "100-8000", "pinknoise", "vol", "0.5"])
+        subprocess.check_call(["lame", "--quiet", "-b", "128", signal, mp3])
+        output = os.path.join(folder, "out.wav")
+
+        tools = [("sonajoin", [sonajoin, "-i", mp3, "-d", output])]
+        if shutil.which("mpg123"):
+            tools.append(("mpg123 -w", ["mpg123", "-q", "-w", output, mp3]))
+            tools.append(("mpg123 -e f32 -w", ["mpg123", "-q", "-e", "f32", "-w", output, mp3]))
+        if shutil.which("ffmpeg"):
+            tools.append(("ffmpeg f32", ["ffmpeg", "-v", "quiet", "-y", "-i", mp3, "-c:a", "pcm_f32le", output]))
+
+        print("decoding of %.0f s of 128 kbit/s stereo MP3 to WAV, best of %d runs" % (args.seconds, args.runs))
+        results = {name: measure(command, args.runs, output) for name, command in tools}
+
+        print_ratios(results, 18)
+
+if __name__ == "__main__":
+    main()

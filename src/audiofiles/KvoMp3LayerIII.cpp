@@ -1,0 +1,690 @@
+#include "audiofiles/KvoMp3LayerIII.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "audiofiles/KvoMp3Decoder.h"
+#include "audiofiles/KvoMp3Imdct.h"
+#include "audiofiles/KvoMp3Synthesis.h"
+#include "audiofiles/KvoMp3Tables.h"
+
+namespace kvo
+{
+namespace
+{
+
+constexpr int32_t granuleLines = 576;
+constexpr int32_t gainTableSize = 378;
+constexpr int32_t scaleFactorCount = 39;
+
+/** A factor of the gain table: base moved on by index entries, held inside the table for damaged streams. */
+float gainAt(const float* table, const float* base, int32_t index)
+{
+    const int64_t entry = (base - table) + index;
+    return table[std::clamp<int64_t>(entry, 0, gainTableSize - 1)];
+}
+
+/** factor with its sign flipped when sign is 1: the sign of a line costs no branch. */
+inline float withSign(float factor, uint32_t sign)
+{
+    uint32_t bits;
+    std::memcpy(&bits, &factor, sizeof bits);
+    bits ^= sign << 31;
+    std::memcpy(&factor, &bits, sizeof bits);
+    return factor;
+}
+
+/**
+    The first steps of a Huffman walk, looked up: for each value of the next 8 bits, the
+    leaf they end at and the bits it took, or the node the walk stands at after all 8.
+    Built once from the trees, so that most codes cost one lookup instead of a walk.
+*/
+struct HuffmanShortcut
+{
+    int16_t value = 0;   ///< the leaf, or the node's offset in the tree
+    uint8_t length = 0;  ///< bits used
+    bool isLeaf = false;
+};
+
+constexpr int32_t shortcutBits = 8;
+using ShortcutTable = std::array<HuffmanShortcut, 1 << shortcutBits>;
+
+ShortcutTable BuildShortcuts(const int16_t* tree)
+{
+    ShortcutTable table;
+    for (uint32_t prefix = 0; prefix < table.size(); ++prefix)
+    {
+        int32_t node = 0;
+        uint8_t used = 0;
+        while (tree[node] < 0 && used < shortcutBits)
+        {
+            const bool bit = ((prefix >> (shortcutBits - 1 - used)) & 1) != 0;
+            node += 1 + (bit ? -tree[node] : 0);
+            ++used;
+        }
+        const bool isLeaf = tree[node] >= 0;
+        table[prefix] = { int16_t(isLeaf ? tree[node] : node), used, isLeaf };
+    }
+    return table;
+}
+
+/** Shortcuts of the 32 big-value tables, then of the two count1 trees. */
+const std::array<ShortcutTable, 34>& GetShortcuts()
+{
+    static const std::array<ShortcutTable, 34> shortcuts = [] {
+        const Mp3Tables& tables = GetMp3Tables();
+        std::array<ShortcutTable, 34> built;
+        for (int32_t i = 0; i < 32; ++i)
+            built[size_t(i)] = BuildShortcuts(tables.huffmanTables[i].tree);
+        built[32] = BuildShortcuts(tables.count1Trees[0]);
+        built[33] = BuildShortcuts(tables.count1Trees[1]);
+        return built;
+    }();
+    return shortcuts;
+}
+
+/**
+    Walks a Huffman tree over the look-ahead bits in window, from bit used on (counted from
+    the top): a branch entry skips its magnitude of entries when the bit is 1, and the walk
+    ends at the first non-negative entry, the leaf. The first 8 bits are looked up, the rest
+    taken one at a time (the longest code has 19). used grows by the code's length; a code
+    longer than limit bits gives -1.
+*/
+inline int32_t walkTree(uint64_t window, const int16_t* tree, const ShortcutTable& shortcuts, int32_t& used,
+                        int32_t limit)
+{
+    const HuffmanShortcut& first = shortcuts[window >> (64 - shortcutBits)];
+    used = first.length;
+    if (first.isLeaf)
+        return used <= limit ? first.value : -1;
+    const int16_t* node = tree + first.value;
+    int32_t entry = *node;
+    while (entry < 0 && used < 32)
+    {
+        node += 1 + ((window << used) >> 63 != 0 ? -entry : 0);
+        entry = *node;
+        ++used;
+    }
+    return used <= limit && entry >= 0 ? entry : -1;
+}
+
+/** One value of a big-values pair from the look-ahead bits: the escape bits, the sign, the line's float. */
+inline float decodeValue(uint64_t window, int32_t& used, const float* powerTable, int32_t value, int32_t linbits,
+                         float factor)
+{
+    if (value == 0)
+        return 0.0f;
+    if (value == 15 && linbits > 0)
+    {
+        value += int32_t((window << used) >> (64 - linbits));
+        used += linbits;
+    }
+    const uint32_t sign = uint32_t((window << used) >> 63);
+    ++used;
+    return withSign(factor, sign) * powerTable[value];
+}
+
+/** Where the next pair of lines of a granule goes: the current band record and its factor. */
+struct LineCursor
+{
+    const Mp3BandRecord* record = nullptr;
+    const Mp3BandRecord* end = nullptr;
+    int32_t recordIndex = -1;
+    int32_t pairsLeft = 0;
+    int32_t position = 0;
+    int32_t step = 1;
+    float factor = 0.0f;
+};
+
+/** Pair counts of the three regions of big values. */
+void splitRegions(const Mp3GranuleInfo& info, int32_t counts[3])
+{
+    const int32_t bigValues = int32_t(info.big_values);
+    const int32_t region1 = int32_t(info.region1Start);
+    const int32_t region2 = int32_t(info.region2Start);
+    if (bigValues <= region1)
+    {
+        counts[0] = bigValues;
+        counts[1] = counts[2] = 0;
+    }
+    else if (bigValues <= region2)
+    {
+        counts[0] = region1;
+        counts[1] = bigValues - region1;
+        counts[2] = 0;
+    }
+    else
+    {
+        counts[0] = region1;
+        counts[1] = region2 - region1;
+        counts[2] = bigValues - region2;
+    }
+    for (int32_t i = 0; i < 3; ++i)
+        counts[i] = std::max(counts[i], 0);
+}
+
+/**
+    The Huffman and dequantisation pass of one granule, shared by long and short blocks:
+    the band map decides where each pair lands and which gain it takes.
+*/
+template <bool isShort>
+class GranuleDecoder
+{
+public:
+    GranuleDecoder(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, const Mp3GranuleInfo& info,
+                   const Mp3BandMap& map)
+        : bits(bits), spectrum(spectrum), scaleFactors(scaleFactors), info(info),
+          shift(int32_t(info.scalefac_scale) + 1),
+          pretab(!isShort && info.preflag != 0 ? Mp3Tables::pretab : Mp3Tables::pretabZero)
+    {
+        cursor.record = map.begin() - 1;
+        cursor.end = map.end();
+        if (isShort && info.mixed_block_flag != 0)
+            highest[0] = highest[1] = highest[2] = 2;
+    }
+
+    void decodeBigValues(int32_t& remain)
+    {
+        int32_t counts[3];
+        splitRegions(info, counts);
+        const float* powerTable = tables.powerTable;
+        for (int32_t region = 0; region < 3; ++region)
+        {
+            const int32_t select = int32_t(info.table_select[region] & 31);
+            const Mp3HuffmanTable& table = tables.huffmanTables[select];
+            const ShortcutTable& shortcuts = allShortcuts[size_t(select)];
+            for (int32_t pair = 0; pair < counts[region]; ++pair)
+            {
+                if (!nextPair())
+                    return;
+                // A pair takes at most 19 + 2 x 14 bits: one look ahead serves all of it.
+                const uint64_t window = bits.peek64();
+                int32_t used = 0;
+                const int32_t leaf = std::max(walkTree(window, table.tree, shortcuts, used, 32), 0);
+                const float x = decodeValue(window, used, powerTable, leaf >> 4, table.linbits, cursor.factor);
+                const float y = decodeValue(window, used, powerTable, leaf & 15, table.linbits, cursor.factor);
+                bits.skipBits(used);
+                remain -= used;
+                store(x, y);
+            }
+        }
+    }
+
+    void decodeQuads(int32_t& remain)
+    {
+        const int32_t maxQuads = (288 - int32_t(info.big_values)) / 2;
+        for (int32_t quad = 0; quad < maxQuads && remain > 0; ++quad)
+        {
+            const int32_t leaf = walkQuadTree(remain);
+            for (int32_t half = 0; half < 2; ++half)
+            {
+                if (!nextPair())
+                    return;
+                float values[2] = { 0.0f, 0.0f };
+                for (int32_t i = 0; i < 2; ++i)
+                {
+                    if (((leaf >> (3 - 2 * half - i)) & 1) == 0)
+                        continue;
+                    if (remain <= 0)
+                    {
+                        store(values[0], values[1]);
+                        return; // no bit left for the sign: the quad ends here
+                    }
+                    --remain;
+                    values[i] = withSign(cursor.factor, bits.readBit());
+                }
+                store(values[0], values[1]);
+            }
+        }
+    }
+
+    /** Sets maxBand and maxb from the bands that received non-zero lines. */
+    void setLimits(Mp3GranuleInfo& target, int32_t sampleRateIndex) const
+    {
+        for (int32_t i = 0; i < 4; ++i)
+            target.maxBand[i] = highest[i] + 1;
+        if constexpr (!isShort)
+        {
+            target.maxb = tables.longLimit[sampleRateIndex][target.maxBand[3]];
+            return;
+        }
+        const int32_t shortest = std::max({ highest[0], highest[1], highest[2] });
+        target.maxb = shortest >= 0 ? tables.shortLimit[sampleRateIndex][shortest + 1]
+                                    : tables.longLimit[sampleRateIndex][target.maxBand[3]];
+    }
+
+private:
+    /** Moves to the next pair of lines, taking the next band record when this one is used up. */
+    bool nextPair()
+    {
+        if (cursor.pairsLeft > 0)
+            return true;
+        do
+        {
+            if (++cursor.record >= cursor.end)
+                return false;
+            ++cursor.recordIndex;
+        } while (cursor.record->pairs <= 0);
+        const Mp3BandRecord& record = *cursor.record;
+        cursor.pairsLeft = record.pairs;
+        cursor.position = record.start;
+        const int32_t scaleFactor = scaleFactors[std::min(cursor.recordIndex, scaleFactorCount - 1)];
+        if (record.window == 3)
+        {
+            cursor.step = 1;
+            const int32_t emphasis = cursor.recordIndex < 22 ? pretab[cursor.recordIndex] : 0;
+            cursor.factor = gainAt(tables.gainTable, info.gain, (scaleFactor + emphasis) << shift);
+        }
+        else
+        {
+            cursor.step = 3;
+            cursor.factor = gainAt(tables.gainTable, info.fullGain[record.window], scaleFactor << shift);
+        }
+        return true;
+    }
+
+    void store(float x, float y)
+    {
+        const int32_t position = isShort ? cursor.position : longPosition;
+        const int32_t step = isShort ? cursor.step : 1;
+        // A damaged or unusual map must not carry lines past the granule.
+        if (position + step < granuleLines)
+        {
+            spectrum[position] = x;
+            spectrum[position + step] = y;
+        }
+        if (x != 0.0f || y != 0.0f)
+            highest[cursor.record->window] = cursor.record->band;
+        if constexpr (isShort)
+            cursor.position += 2 * step;
+        else
+            longPosition += 2;
+        --cursor.pairsLeft;
+    }
+
+    /** A count1 code; when the bits run out within the code the quad is 0. */
+    int32_t walkQuadTree(int32_t& remain)
+    {
+        const uint32_t select = info.count1table_select & 1;
+        int32_t used = 0;
+        const int32_t leaf = walkTree(bits.peek64(), tables.count1Trees[select], allShortcuts[32 + select], used,
+                                      remain);
+        if (leaf < 0)
+        {
+            bits.skipBits(remain);
+            remain = 0;
+            return 0;
+        }
+        bits.skipBits(used);
+        remain -= used;
+        return leaf;
+    }
+
+    const Mp3Tables& tables = GetMp3Tables();
+    const std::array<ShortcutTable, 34>& allShortcuts = GetShortcuts();
+    Mp3BitReader& bits;
+    float* spectrum;
+    const int32_t* scaleFactors;
+    const Mp3GranuleInfo& info;
+    const int32_t shift;
+    const uint8_t* pretab;
+    LineCursor cursor;
+    int32_t longPosition = 0;
+    int32_t highest[4] = { -1, -1, -1, -1 }; ///< highest band with a non-zero line, per window
+};
+
+/** Intensity factors of the frame: the MPEG-1 pair, or the low-rate pair chosen by scalefac_compress. */
+struct IntensityFactors
+{
+    const float* left;
+    const float* right;
+};
+
+void scaleIntensityLines(float* left, float* right, int32_t first, int32_t count, int32_t step, int32_t position,
+                         const IntensityFactors& factors)
+{
+    // 7 marks a band coded as it stands; positions past the 16 of the tables cannot be
+    // looked up and are taken the same way.
+    if (position == 7 || position < 0 || position > 15)
+        return;
+    const float leftFactor = factors.left[position];
+    const float rightFactor = factors.right[position];
+    for (int32_t i = 0, line = first; i < count && line < granuleLines; ++i, line += step)
+    {
+        right[line] = left[line] * rightFactor;
+        left[line] *= leftFactor;
+    }
+}
+
+/** Long bands from firstBand up to lastBand (inclusive) by their own positions, from line L[firstBand]. */
+void intensityLongBands(float* left, float* right, const int32_t* scaleFactors, int32_t firstBand, int32_t lastBand,
+                        const int16_t* bands, const IntensityFactors& factors)
+{
+    int32_t line = bands[Mp3Tables::longBoundaries + firstBand];
+    for (int32_t band = firstBand; band <= lastBand; ++band)
+    {
+        const int32_t width = bands[Mp3Tables::longWidths + band];
+        scaleIntensityLines(left, right, line, width, 1, scaleFactors[band], factors);
+        line += width;
+    }
+}
+
+/** The three anti-alias butterflies of each sub-band boundary below limit. */
+void antialias(float* lines, const Mp3GranuleInfo& info)
+{
+    int32_t boundaries;
+    if (info.block_type != 2)
+        boundaries = info.maxb - 1;
+    else
+        boundaries = info.mixed_block_flag != 0 ? 1 : 0;
+    const Mp3Tables& tables = GetMp3Tables();
+    for (int32_t sb = 1; sb <= boundaries; ++sb)
+    {
+        float* upper = lines + 18 * sb - 1;
+        float* lower = lines + 18 * sb;
+        for (int32_t i = 0; i < 8; ++i)
+        {
+            const float u = upper[-i];
+            const float d = lower[i];
+            upper[-i] = u * tables.antialiasCs[i] - d * tables.antialiasCa[i];
+            lower[i] = d * tables.antialiasCs[i] + u * tables.antialiasCa[i];
+        }
+    }
+}
+
+/** IMDCT and overlap of one channel's granule into its 18 rows of 32 sub-band samples. */
+void hybrid(Mp3DecoderState& state, int32_t channel, const Mp3GranuleInfo& info)
+{
+    const Mp3Tables& tables = GetMp3Tables();
+    const int32_t half = state.blockIndex[channel];
+    state.blockIndex[channel] = 1 - half;
+    float* overlapIn = state.overlapBlocks[half][channel];
+    float* overlapOut = state.overlapBlocks[1 - half][channel];
+    float* lines = state.spectrum[channel];
+    float* out = &state.hybrid[channel][0][0];
+
+    int32_t sb = 0;
+    if (info.mixed_block_flag != 0)
+    {
+        imdct36(lines, overlapIn, overlapOut, tables.imdctWindow[0], out);
+        imdct36(lines + 18, overlapIn + 18, overlapOut + 18, tables.imdctWindowOdd[0], out + 1);
+        sb = 2;
+    }
+    const int32_t blockType = int32_t(info.block_type & 3);
+    const int32_t limit = std::min(info.maxb, 32);
+    for (; sb < limit; sb += 2)
+    {
+        const int32_t at = 18 * sb;
+        if (blockType == 2)
+        {
+            imdct12(lines + at, overlapIn + at, overlapOut + at, tables.imdctWindow[2], out + sb);
+            imdct12(lines + at + 18, overlapIn + at + 18, overlapOut + at + 18, tables.imdctWindowOdd[2], out + sb + 1);
+        }
+        else
+        {
+            imdct36(lines + at, overlapIn + at, overlapOut + at, tables.imdctWindow[blockType], out + sb);
+            imdct36(lines + at + 18, overlapIn + at + 18, overlapOut + at + 18, tables.imdctWindowOdd[blockType],
+                    out + sb + 1);
+        }
+    }
+    // Sub-bands known to be silent only release what the last granule left in them.
+    for (; sb < 32; ++sb)
+        for (int32_t i = 0; i < 18; ++i)
+        {
+            out[i * mp3HybridStride + sb] = overlapIn[18 * sb + i];
+            overlapOut[18 * sb + i] = 0.0f;
+        }
+}
+
+/** Mid/side, intensity and channel selection of a stereo granule, in the lines of both channels. */
+void processStereo(Mp3DecoderState& state, const int32_t* rightScaleFactors, int32_t granule, bool msStereo,
+                   bool intensityStereo)
+{
+    const Mp3FrameHeader& header = state.header;
+    Mp3GranuleInfo& leftInfo = state.sideInfo.granules[0][granule];
+    Mp3GranuleInfo& rightInfo = state.sideInfo.granules[1][granule];
+    float* left = state.spectrum[0];
+    float* right = state.spectrum[1];
+    if (msStereo)
+        for (int32_t i = 0; i < granuleLines; ++i)
+        {
+            const float mid = left[i];
+            left[i] = mid + right[i];
+            right[i] = mid - right[i];
+        }
+    if (intensityStereo)
+        applyIntensity(left, right, rightScaleFactors, rightInfo, header.sampleRateIndex, msStereo,
+                       header.lowSampleRate);
+    if (msStereo || intensityStereo || header.channelSelect == 3)
+        leftInfo.maxb = rightInfo.maxb = std::max(leftInfo.maxb, rightInfo.maxb);
+
+    const int32_t lines = std::min(leftInfo.maxb, 32) * 18;
+    if (header.channelSelect == 1)
+        std::copy(right, right + lines, left);
+    else if (header.channelSelect == 3)
+        for (int32_t i = 0; i < lines; ++i)
+            left[i] += right[i];
+}
+
+/** Brings the reservoir bytes in front of this frame's main data; false when they are not there. */
+bool prepareMainData(Mp3DecoderState& state)
+{
+    const int32_t mainDataBegin = state.sideInfo.mainDataBegin;
+    if (state.lastFrameBytes < 0 && mainDataBegin > 0)
+        return false; // the reservoir lies in frames that were not read since the last reset
+    Mp3BitReader& bits = state.bits;
+    bits.bitPointer -= mainDataBegin;
+    const uint8_t* other = state.byteBuffers[1 - state.activeBuffer];
+    // The last mainDataBegin bytes that went into the other array; held inside it for damaged counts.
+    const int32_t source =
+        std::clamp(mp3FrameStart + state.lastFrameBytes - mainDataBegin, 0, mp3ByteBufferSize - mainDataBegin);
+    if (bits.bitPointer >= 0 && bits.bitPointer + mainDataBegin <= mp3ByteBufferSize)
+        std::memmove(state.activeBytes() + bits.bitPointer, other + source, size_t(mainDataBegin));
+    bits.bitOffset = 0;
+    return true;
+}
+
+/** Reads the scale factors and lines of one channel's granule; true when its bits ran over. */
+bool decodeChannel(Mp3DecoderState& state, int32_t channel, int32_t granule, int32_t* scaleFactors,
+                   bool intensityChannel)
+{
+    Mp3GranuleInfo& info = state.sideInfo.granules[channel][granule];
+    const int32_t part2Bits = state.header.lowSampleRate != 0
+                                  ? readScaleFactorsLowRate(state.bits, scaleFactors, info, intensityChannel)
+                                  : readScaleFactorsMpeg1(state.bits, scaleFactors, info);
+    return dequantise(state.bits, state.spectrum[channel], scaleFactors, info, state.header.sampleRateIndex,
+                      part2Bits);
+}
+
+} // namespace
+
+int32_t readScaleFactorsMpeg1(Mp3BitReader& bits, int32_t* scaleFactors, const Mp3GranuleInfo& info)
+{
+    const int32_t s0 = Mp3Tables::scaleFactorLengths[info.scalefac_compress & 15][0];
+    const int32_t s1 = Mp3Tables::scaleFactorLengths[info.scalefac_compress & 15][1];
+    if (info.block_type == 2)
+    {
+        const int32_t first = info.mixed_block_flag != 0 ? 17 : 18;
+        for (int32_t i = 0; i < first; ++i)
+            scaleFactors[i] = int32_t(bits.readBits(s0));
+        for (int32_t i = first; i < first + 18; ++i)
+            scaleFactors[i] = int32_t(bits.readBits(s1));
+        for (int32_t i = first + 18; i < first + 21; ++i)
+            scaleFactors[i] = 0;
+        return (s0 + s1) * 18 - (info.mixed_block_flag != 0 ? s0 : 0);
+    }
+
+    // Groups of bands whose scale factors granule 1 may take over from granule 0.
+    static constexpr int32_t groupStart[5] = { 0, 6, 11, 16, 21 };
+    int32_t bitsRead = 0;
+    for (int32_t group = 0; group < 4; ++group)
+    {
+        const bool shared = info.scfsi >= 0 && ((info.scfsi >> (3 - group)) & 1) != 0;
+        if (shared)
+            continue;
+        const int32_t length = group < 2 ? s0 : s1;
+        for (int32_t i = groupStart[group]; i < groupStart[group + 1]; ++i)
+            scaleFactors[i] = int32_t(bits.readBits(length));
+        bitsRead += length * (groupStart[group + 1] - groupStart[group]);
+    }
+    scaleFactors[21] = 0;
+    return bitsRead;
+}
+
+int32_t readScaleFactorsLowRate(Mp3BitReader& bits, int32_t* scaleFactors, Mp3GranuleInfo& info,
+                                bool intensityChannel)
+{
+    const Mp3Tables& tables = GetMp3Tables();
+    const uint32_t word = intensityChannel ? tables.lowRateLengthsIntensity[(info.scalefac_compress >> 1) & 255]
+                                           : tables.lowRateLengths[info.scalefac_compress & 511];
+    info.preflag = (word >> 15) & 1;
+    int32_t kind = 0;
+    if (info.block_type == 2)
+        kind = info.mixed_block_flag != 0 ? 2 : 1;
+    const uint8_t* counts = Mp3Tables::bandCounts[kind][std::min<uint32_t>((word >> 12) & 7, 5)];
+
+    int32_t index = 0;
+    int32_t bitsRead = 0;
+    for (int32_t group = 0; group < 4; ++group)
+    {
+        const int32_t count = counts[group];
+        const int32_t length = int32_t((word >> (3 * group)) & 7);
+        for (int32_t i = 0; i < count && index < scaleFactorCount; ++i)
+            scaleFactors[index++] = int32_t(bits.readBits(length));
+        if (length > 0)
+            bitsRead += count * length;
+    }
+    for (int32_t i = 0; i < 2 * kind + 1 && index < scaleFactorCount; ++i)
+        scaleFactors[index++] = 0;
+    return bitsRead;
+}
+
+namespace
+{
+
+template <bool isShort>
+int32_t decodeLines(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
+                    int32_t sampleRateIndex, int32_t remain)
+{
+    const int32_t kind = isShort ? (info.mixed_block_flag != 0 ? 0 : 1) : 2;
+    // A local cursor, which the compiler can keep in registers through the walks.
+    Mp3BitReader cursor = bits;
+    GranuleDecoder<isShort> decoder(cursor, spectrum, scaleFactors, info,
+                                    GetMp3Tables().bandMaps[sampleRateIndex][kind]);
+    decoder.decodeBigValues(remain);
+    decoder.decodeQuads(remain);
+    decoder.setLimits(info, sampleRateIndex);
+    bits = cursor;
+    return remain;
+}
+
+} // namespace
+
+bool dequantise(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
+                int32_t sampleRateIndex, int32_t part2Bits)
+{
+    std::fill(spectrum, spectrum + granuleLines, 0.0f);
+    int32_t remain = int32_t(info.part2_3_length) - part2Bits;
+    if (info.block_type == 2)
+        remain = decodeLines<true>(bits, spectrum, scaleFactors, info, sampleRateIndex, remain);
+    else
+        remain = decodeLines<false>(bits, spectrum, scaleFactors, info, sampleRateIndex, remain);
+
+    if (remain > 0)
+        bits.skipBits(remain);
+    return remain < 0;
+}
+
+void applyIntensity(float* left, float* right, const int32_t* scaleFactors, const Mp3GranuleInfo& info,
+                    int32_t sampleRateIndex, bool msStereo, int32_t lowRate)
+{
+    const Mp3Tables& tables = GetMp3Tables();
+    const int32_t row = msStereo ? 1 : 0;
+    IntensityFactors factors { tables.intensityLeft[row], tables.intensityRight[row] };
+    if (lowRate != 0)
+    {
+        const int32_t table = int32_t(info.scalefac_compress & 1);
+        factors = { tables.intensityLowLeft[row][table], tables.intensityLowRight[row][table] };
+    }
+    const int16_t* bands = Mp3Tables::bandTable[sampleRateIndex];
+
+    if (info.block_type != 2)
+    {
+        const int32_t first = std::clamp(info.maxBand[3], 0, 22);
+        if (first > 21)
+            return;
+        intensityLongBands(left, right, scaleFactors, first, 20, bands, factors);
+        // The last band has no scale factor of its own and takes the position of band 20.
+        scaleIntensityLines(left, right, bands[Mp3Tables::longBoundaries + 21], bands[Mp3Tables::longWidths + 21], 1,
+                            scaleFactors[20], factors);
+        return;
+    }
+
+    const int32_t mixed = info.mixed_block_flag != 0 ? 1 : 0;
+    bool longToo = mixed != 0;
+    for (int32_t window = 0; window < 3; ++window)
+    {
+        const int32_t firstBand = std::max(info.maxBand[window], 0);
+        if (!(longToo && firstBand <= 3))
+            longToo = false;
+        // A short band's lines start at its width, not at its first line: a long-standing
+        // quirk of this decoder's intensity stereo that its output depends on.
+        for (int32_t band = firstBand; band < 12; ++band)
+        {
+            const int32_t width = bands[Mp3Tables::shortWidths + band];
+            scaleIntensityLines(left, right, width + window, width, 3,
+                                scaleFactors[std::max(3 * band - mixed + window, 0)], factors);
+        }
+        const int32_t width = bands[Mp3Tables::shortWidths + 12];
+        scaleIntensityLines(left, right, width + window, width, 3, scaleFactors[33 + window - mixed], factors);
+    }
+    const int32_t longBand = std::max(info.maxBand[3], 0);
+    if (longToo && longBand < 8)
+        intensityLongBands(left, right, scaleFactors, longBand, 7, bands, factors);
+}
+
+void decodeLayer3Frame(Mp3DecoderState& state, float* out0, float* out1, int32_t& samplesDone)
+{
+    if (!prepareMainData(state))
+        return;
+    const Mp3FrameHeader& header = state.header;
+    const bool stereoStream = header.numChannels == 2;
+    const int32_t activeChannels = (!stereoStream || header.channelSelect >= 0) ? 1 : 2;
+    const bool msStereo = header.mode == 1 && (header.modeExtension & 2) != 0;
+    const bool intensityStereo = header.mode == 1 && (header.modeExtension & 1) != 0;
+    const int32_t granules = header.lowSampleRate != 0 ? 1 : 2;
+
+    // Kept for the frame, so that granule 1 can take over scale factors of granule 0.
+    int32_t scaleFactors[2][scaleFactorCount] = {};
+    for (int32_t granule = 0; granule < granules; ++granule)
+    {
+        if (decodeChannel(state, 0, granule, scaleFactors[0], false))
+            return;
+        if (stereoStream)
+        {
+            if (decodeChannel(state, 1, granule, scaleFactors[1], intensityStereo))
+                return;
+            processStereo(state, scaleFactors[1], granule, msStereo, intensityStereo);
+        }
+        for (int32_t channel = 0; channel < activeChannels; ++channel)
+        {
+            const Mp3GranuleInfo& info = state.sideInfo.granules[channel][granule];
+            antialias(state.spectrum[channel], info);
+            hybrid(state, channel, info);
+        }
+        for (int32_t row = 0; row < 18; ++row)
+        {
+            if (activeChannels == 2)
+            {
+                int32_t leftDone = samplesDone;
+                synthesise(state.synthesis, state.hybrid[0][row], 0, out0, leftDone);
+                synthesise(state.synthesis, state.hybrid[1][row], 1, out1, samplesDone);
+            }
+            else
+                synthesise(state.synthesis, state.hybrid[0][row], 0, out0, samplesDone);
+        }
+    }
+}
+
+} // namespace kvo

@@ -1,0 +1,1094 @@
+// MPEG audio Layers I and II: the factor, group and bit allocation tables; frames built bit by
+// bit in the tests and checked against a plain double-precision decoder written here from
+// the standard's formulas (dequantisation, matrixing, the published synthesis window);
+// Layer II files of twolame and ffmpeg against mpg123's decodes; joins; damaged frames.
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "KvoTestUtilities.h"
+#include "audiofiles/KvoAudioFileReader.h"
+#include "audiofiles/KvoMp3Layer12.h"
+#include "containers/KvoAudioBuffer.h"
+#include "core/KvoException.h"
+
+namespace kvo
+{
+namespace
+{
+
+// The accuracy bound of full-accuracy decoders, relative to full scale 1.0.
+const double maxRmsError = std::pow(2.0, -15) / std::sqrt(12.0);
+const double maxAbsError = std::pow(2.0, -14);
+
+//==============================================================================
+// Synthesis window D[i] of ISO/IEC 11172-3 Table 3-B.3 in units of 2^-16, i from 0 to 256
+// (the published decimals are these integers over 65536). The other half mirrors it:
+// D[512 - i] = -D[i], except at multiples of 64 where the sign stays.
+const int32_t windowHalf[257] = {
+    0, -1, -1, -1, -1, -1, -1, -2, -2, -2, -2, -3, -3, -4, -4, -5,
+    -5, -6, -7, -7, -8, -9, -10, -11, -13, -14, -16, -17, -19, -21, -24, -26,
+    -29, -31, -35, -38, -41, -45, -49, -53, -58, -63, -68, -73, -79, -85, -91, -97,
+    -104, -111, -117, -125, -132, -139, -147, -154, -161, -169, -176, -183, -190, -196, -202, -208,
+    213, 218, 222, 225, 228, 228, 228, 227, 224, 221, 215, 208, 200, 189, 177, 163,
+    146, 127, 106, 83, 57, 29, -2, -36, -72, -111, -153, -197, -244, -294, -347, -401,
+    -459, -519, -581, -645, -711, -779, -848, -919, -991, -1064, -1137, -1210, -1283, -1356, -1428, -1498,
+    -1567, -1634, -1698, -1759, -1817, -1870, -1919, -1962, -2001, -2032, -2057, -2075, -2085, -2087, -2080, -2063,
+    2037, 2000, 1952, 1893, 1822, 1739, 1644, 1535, 1414, 1280, 1131, 970, 794, 605, 402, 185,
+    -45, -288, -545, -814, -1095, -1388, -1692, -2006, -2330, -2663, -3004, -3351, -3705, -4063, -4425, -4788,
+    -5153, -5517, -5879, -6237, -6589, -6935, -7271, -7597, -7910, -8209, -8491, -8755, -8998, -9219, -9416, -9585,
+    -9727, -9838, -9916, -9959, -9966, -9935, -9863, -9750, -9592, -9389, -9139, -8840, -8492, -8092, -7640, -7134,
+    6574, 5959, 5288, 4561, 3776, 2935, 2037, 1082, 70, -998, -2122, -3300, -4533, -5818, -7154, -8540,
+    -9975, -11455, -12980, -14548, -16155, -17799, -19478, -21189, -22929, -24694, -26482, -28289, -30112, -31947, -33791, -35640,
+    -37489, -39336, -41176, -43006, -44821, -46617, -48390, -50137, -51853, -53534, -55178, -56778, -58333, -59838, -61289, -62684,
+    -64019, -65290, -66494, -67629, -68692, -69679, -70590, -71420, -72169, -72835, -73415, -73908, -74313, -74630, -74856, -74992,
+    75038,
+};
+
+double WindowCoefficient(int i)
+{
+    if (i <= 256)
+        return windowHalf[i] / 65536.0;
+    const int mirror = 512 - i;
+    return (mirror % 64 == 0 ? 1.0 : -1.0) * windowHalf[mirror] / 65536.0;
+}
+
+/** The standard's synthesis flow, one channel: shift, matrix into V, gather U, window, sum. */
+class ReferenceSynthesis
+{
+public:
+    void Row(const double* s, std::vector<double>& out)
+    {
+        std::copy_backward(v.begin(), v.end() - 64, v.end());
+        for (int i = 0; i < 64; ++i)
+        {
+            double sum = 0.0;
+            for (int k = 0; k < 32; ++k)
+                sum += std::cos((16 + i) * (2 * k + 1) * M_PI / 64.0) * s[k];
+            v[size_t(i)] = sum;
+        }
+        double u[512];
+        for (int i = 0; i < 8; ++i)
+            for (int j = 0; j < 32; ++j)
+            {
+                u[i * 64 + j] = v[size_t(i * 128 + j)];
+                u[i * 64 + 32 + j] = v[size_t(i * 128 + 96 + j)];
+            }
+        for (int j = 0; j < 32; ++j)
+        {
+            double sum = 0.0;
+            for (int i = 0; i < 16; ++i)
+                sum += u[j + 32 * i] * WindowCoefficient(j + 32 * i);
+            out.push_back(sum);
+        }
+    }
+
+private:
+    std::vector<double> v = std::vector<double>(1024, 0.0);
+};
+
+/** Scale factor index i stands for 2 x 2^(-i/3); the standard lists 63 values. */
+double ScaleFactor(int index)
+{
+    return 2.0 * std::pow(2.0, -index / 3.0);
+}
+
+/**
+    Requantisation of one code of nb bits for a quantiser of the given steps, as the standard
+    spells it: invert the most significant bit, read the code as a two's complement fraction,
+    add D and scale by C, where C = 2^nb / steps and D centres the steps on 0.
+*/
+double Requantise(uint32_t code, int steps)
+{
+    int nb = 1;
+    while ((1 << nb) < steps)
+        ++nb;
+    const double half = std::ldexp(1.0, nb - 1);
+    const double inverted = double(code ^ (1u << (nb - 1)));
+    const double fraction = (inverted >= half ? inverted - 2.0 * half : inverted) / half;
+    const double c = std::ldexp(1.0, nb) / steps;
+    const double d = (half - (steps - 1) / 2.0) / half;
+    return c * (fraction + d);
+}
+
+struct ErrorFigures
+{
+    double rms = 0.0;
+    double max = 0.0;
+    double peak = 0.0; ///< of the expected signal, to show the errors in proportion
+};
+
+ErrorFigures Compare(const std::vector<double>& expected, const float* actual, size_t count)
+{
+    ErrorFigures e;
+    double sum = 0.0;
+    for (size_t i = 0; i < count; ++i)
+    {
+        const double d = std::abs(double(actual[i]) - expected[i]);
+        sum += d * d;
+        e.max = std::max(e.max, d);
+        e.peak = std::max(e.peak, std::abs(expected[i]));
+    }
+    e.rms = count > 0 ? std::sqrt(sum / double(count)) : 0.0;
+    return e;
+}
+
+/** Compares one channel, expects both bounds to hold, and folds the figures into worst. */
+void ExpectAccurate(const std::vector<double>& expected, const float* actual, int channel, ErrorFigures& worst)
+{
+    const ErrorFigures e = Compare(expected, actual, expected.size());
+    EXPECT_LT(e.rms, maxRmsError) << "channel " << channel;
+    EXPECT_LT(e.max, maxAbsError) << "channel " << channel;
+    worst.rms = std::max(worst.rms, e.rms);
+    worst.max = std::max(worst.max, e.max);
+    worst.peak = std::max(worst.peak, e.peak);
+}
+
+void PrintFigures(const char* kind, const char* name, const ErrorFigures& worst)
+{
+    std::printf("[ %s ] %-26s rms %.3g max %.3g peak %.3g\n", kind, name, worst.rms, worst.max, worst.peak);
+}
+
+//==============================================================================
+/** Bits appended most significant first, as the frames carry them. */
+class BitWriter
+{
+public:
+    void Put(uint32_t value, int width)
+    {
+        for (int b = width - 1; b >= 0; --b)
+        {
+            if (bitCount % 8 == 0)
+                bytes.push_back(0);
+            bytes.back() |= uint8_t(((value >> b) & 1) << (7 - bitCount % 8));
+            ++bitCount;
+        }
+    }
+    std::vector<uint8_t> bytes;
+    int bitCount = 0;
+};
+
+/** What the decoders see of a frame: its header, the bytes behind it, and the cursor's array. */
+struct FrameInput
+{
+    Mp3FrameHeader header;
+    std::vector<uint8_t> array = std::vector<uint8_t>(size_t(mp3ByteBufferSize), 0);
+    Mp3BitReader bits;
+
+    FrameInput(const Mp3FrameHeader& h, const std::vector<uint8_t>& body) : header(h)
+    {
+        std::copy_n(body.begin(), std::min<size_t>(body.size(), size_t(mp3MaxFrameBytes)), array.begin() + mp3FrameStart);
+        bits.bytes = array.data();
+        bits.bitPointer = mp3FrameStart;
+        bits.bitOffset = 0;
+    }
+    int BitsRead() const { return (bits.bitPointer - mp3FrameStart) * 8 + bits.bitOffset; }
+};
+
+Mp3FrameHeader Header(int layer, int mode, int modeExtension, int sampleRateIndex = 1, int bitrateIndex = 10)
+{
+    Mp3FrameHeader h;
+    h.layer = layer;
+    h.mode = mode;
+    h.modeExtension = modeExtension;
+    h.numChannels = mode == 3 ? 1 : 2;
+    h.sampleRateIndex = sampleRateIndex;
+    h.lowSampleRate = sampleRateIndex >= 3 ? 1 : 0;
+    h.bitrateIndex = bitrateIndex;
+    return h;
+}
+
+/** Decoded output of a run of frames, per channel. */
+struct Output
+{
+    std::vector<float> channels[2];
+};
+
+//==============================================================================
+// Layer I frames from chosen allocations, scale factors and sample codes.
+
+struct Layer1Content
+{
+    Mp3FrameHeader header;
+    int allocation[2][32] = {};
+    int scaleFactor[2][32] = {};
+    uint32_t codes[12][2][32] = {};
+
+    int Bound() const { return header.mode == 1 ? header.modeExtension * 4 + 4 : 32; }
+    int Channels() const { return header.numChannels; }
+};
+
+std::vector<uint8_t> WriteLayer1(const Layer1Content& f)
+{
+    BitWriter w;
+    for (int sb = 0; sb < 32; ++sb)
+        for (int ch = 0; ch < (sb < f.Bound() ? f.Channels() : 1); ++ch)
+            w.Put(uint32_t(f.allocation[ch][sb]), 4);
+    for (int sb = 0; sb < 32; ++sb)
+        for (int ch = 0; ch < f.Channels(); ++ch)
+            if (f.allocation[ch][sb] != 0)
+                w.Put(uint32_t(f.scaleFactor[ch][sb]), 6);
+    for (int s = 0; s < 12; ++s)
+        for (int sb = 0; sb < 32; ++sb)
+            for (int ch = 0; ch < (sb < f.Bound() ? f.Channels() : 1); ++ch)
+                if (f.allocation[ch][sb] != 0)
+                    w.Put(f.codes[s][ch][sb], f.allocation[ch][sb] + 1);
+    return w.bytes;
+}
+
+/** Random allocations (0 to maxAllocation), scale factors and codes; joint stereo shares above the bound. */
+Layer1Content RandomLayer1(std::mt19937& random, int mode, int modeExtension, uint32_t maxAllocation = 14)
+{
+    Layer1Content f;
+    f.header = Header(1, mode, modeExtension);
+    for (int sb = 0; sb < 32; ++sb)
+        for (int ch = 0; ch < f.Channels(); ++ch)
+        {
+            const bool shared = ch == 1 && sb >= f.Bound();
+            f.allocation[ch][sb] = shared ? f.allocation[0][sb] : int(random() % (maxAllocation + 1));
+            // Scale factors from 9 (0.25) keep the sum of 32 bands near full scale.
+            f.scaleFactor[ch][sb] = f.allocation[ch][sb] != 0 ? 9 + int(random() % 54) : 0;
+            for (int s = 0; s < 12; ++s)
+            {
+                const uint32_t limit = 1u << (f.allocation[ch][sb] + 1);
+                f.codes[s][ch][sb] = shared ? f.codes[s][0][sb] : uint32_t(random() % (limit - 1));
+            }
+        }
+    return f;
+}
+
+/** Sub-band values of one channel and row, straight from the standard's requantisation. */
+void Layer1Subbands(const Layer1Content& f, int s, int ch, double* out)
+{
+    for (int sb = 0; sb < 32; ++sb)
+    {
+        const int a = f.allocation[ch][sb];
+        out[sb] = a == 0 ? 0.0 : Requantise(f.codes[s][ch][sb], (1 << (a + 1)) - 1) * ScaleFactor(f.scaleFactor[ch][sb]);
+    }
+}
+
+/** The direct decode of one channel of a run of frames. */
+std::vector<double> Layer1Reference(const std::vector<Layer1Content>& contents, int ch)
+{
+    ReferenceSynthesis synthesis;
+    std::vector<double> expected;
+    for (const Layer1Content& c : contents)
+        for (int s = 0; s < 12; ++s)
+        {
+            double subbands[32];
+            Layer1Subbands(c, s, ch, subbands);
+            synthesis.Row(subbands, expected);
+        }
+    return expected;
+}
+
+//==============================================================================
+// Layer II frames, built on the decoder's own allocation table (whose content the fixtures
+// prove) so that tests can choose allocations and codes.
+
+struct Layer2Content
+{
+    Mp3FrameHeader header;
+    int allocation[2][32] = {};
+    int selection[2][32] = {};
+    int scaleFactor[2][32][3] = {};
+    uint32_t codes[12][2][32][3] = {}; ///< a grouped code sits in [0], plain codes in [0..2]
+};
+
+const int16_t* AllocationPairs(const Layer2AllocationTable& table, int subband)
+{
+    const int16_t* p = table.pairs;
+    for (int sb = 0; sb < subband; ++sb)
+        p += 2 << p[0];
+    return p;
+}
+
+std::vector<uint8_t> WriteLayer2(const Layer2Content& f)
+{
+    const Layer2AllocationTable& table = GetLayer2AllocationTable(ChooseLayer2AllocationTable(f.header));
+    const int channels = f.header.numChannels;
+    const int bound = std::min(f.header.mode == 1 ? f.header.modeExtension * 4 + 4 : 32, table.subbands);
+    BitWriter w;
+    for (int sb = 0; sb < table.subbands; ++sb)
+        for (int ch = 0; ch < (sb < bound ? channels : 1); ++ch)
+            w.Put(uint32_t(f.allocation[ch][sb]), AllocationPairs(table, sb)[0]);
+    for (int sb = 0; sb < table.subbands; ++sb)
+        for (int ch = 0; ch < channels; ++ch)
+            if (f.allocation[ch][sb] != 0)
+                w.Put(uint32_t(f.selection[ch][sb]), 2);
+    const int written[4][3] = {{1, 1, 1}, {1, 0, 1}, {1, 0, 0}, {1, 1, 0}};
+    for (int sb = 0; sb < table.subbands; ++sb)
+        for (int ch = 0; ch < channels; ++ch)
+            if (f.allocation[ch][sb] != 0)
+                for (int part = 0; part < 3; ++part)
+                    if (written[f.selection[ch][sb]][part])
+                        w.Put(uint32_t(f.scaleFactor[ch][sb][part]), 6);
+    for (int g = 0; g < 12; ++g)
+        for (int sb = 0; sb < table.subbands; ++sb)
+            for (int ch = 0; ch < (sb < bound ? channels : 1); ++ch)
+            {
+                const int a = f.allocation[ch][sb];
+                if (a == 0)
+                    continue;
+                const int16_t* pair = AllocationPairs(table, sb) + 2 * a;
+                for (int i = 0; i < (pair[1] > 0 ? 1 : 3); ++i)
+                    w.Put(f.codes[g][ch][sb][i], pair[0]);
+            }
+    return w.bytes;
+}
+
+Output Decode(const std::vector<FrameInput*>& frames, int layer)
+{
+    Output out;
+    Mp3SynthesisState synthesis;
+    synthesis.reset();
+    for (FrameInput* frame : frames)
+    {
+        std::vector<float> block[2] = {std::vector<float>(1152, 0.0f), std::vector<float>(1152, 0.0f)};
+        int32_t done = 0;
+        if (layer == 1)
+            decodeLayer1(frame->header, frame->bits, synthesis, block[0].data(), block[1].data(), done);
+        else
+            decodeLayer2(frame->header, frame->bits, synthesis, block[0].data(), block[1].data(), done);
+        for (int ch = 0; ch < 2; ++ch)
+            out.channels[ch].insert(out.channels[ch].end(), block[ch].begin(), block[ch].begin() + done);
+    }
+    return out;
+}
+
+//==============================================================================
+// Tables
+
+TEST(Layer12Tables, FactorsAreScaleFactorsTimesTheStepMultipliers)
+{
+    const auto& f = GetLayer12Tables().layer12Factors;
+    // Row k at scale factor index 3 (2 x 2^-1 = 1.0) is the row's multiplier itself.
+    const double multipliers[27] = {0, -2.0 / 3, 2.0 / 3, 2.0 / 7, 2.0 / 15, 2.0 / 31, 2.0 / 63, 2.0 / 127, 2.0 / 255,
+                                    2.0 / 511, 2.0 / 1023, 2.0 / 2047, 2.0 / 4095, 2.0 / 8191, 2.0 / 16383,
+                                    2.0 / 32767, 2.0 / 65535, -0.8, -0.4, 0.4, 0.8, -8.0 / 9, -4.0 / 9, -2.0 / 9,
+                                    2.0 / 9, 4.0 / 9, 8.0 / 9};
+    for (int k = 0; k < layer12FactorRows; ++k)
+    {
+        EXPECT_FLOAT_EQ(f[k][3], float(multipliers[k])) << k;
+        EXPECT_EQ(f[k][63], 0.0f) << k;
+        for (int i = 0; i < 63; ++i)
+            ASSERT_NEAR(f[k][i], multipliers[k] * ScaleFactor(i), 1e-7 * std::abs(multipliers[k] * ScaleFactor(i))) << k << " " << i;
+    }
+    EXPECT_FLOAT_EQ(f[2][0], float(2.0 / 3 * 2.0)); // the largest scale factor is 2.0
+}
+
+TEST(Layer12Tables, GroupedCodesGiveTheStandardsLevels)
+{
+    const Layer12Tables& t = GetLayer12Tables();
+    struct Group { int levels; const uint8_t (*entries)[3]; };
+    for (const Group& g : {Group{3, t.group3}, Group{5, t.group5}, Group{9, t.group9}})
+    {
+        SCOPED_TRACE(g.levels);
+        const int count = g.levels * g.levels * g.levels;
+        for (int code = 0; code < count; ++code)
+        {
+            int rest = code;
+            for (int sample = 0; sample < 3; ++sample, rest /= g.levels)
+            {
+                const int level = rest % g.levels;
+                // Level v of n, after requantisation: (2v - (n - 1)) / n; at scale factor 1.0.
+                ASSERT_FLOAT_EQ(t.layer12Factors[g.entries[code][sample]][3], float(Requantise(uint32_t(level), g.levels)))
+                    << code << " " << sample;
+                ASSERT_NEAR(Requantise(uint32_t(level), g.levels), (2.0 * level - (g.levels - 1)) / g.levels, 1e-12);
+            }
+        }
+        for (int sample = 0; sample < 3; ++sample)
+            EXPECT_EQ(t.layer12Factors[g.entries[count][sample]][3], 0.0f); // the entry past the end
+    }
+}
+
+/** Steps of allocation a of a sub-band, from its (bits, d) pair. */
+int Steps(const int16_t* pair)
+{
+    return pair[1] > 0 ? pair[1] : (1 << pair[0]) - 1;
+}
+
+TEST(Layer12Tables, AllocationTablesHoldTheStandardsQuantisers)
+{
+    // Per table: sub-band count, allocation bits per sub-band, and the steps of each
+    // allocation for the first sub-band of each run.
+    struct Run { int firstSubband; int bits; std::vector<int> steps; };
+    struct Table { int subbands; std::vector<Run> runs; };
+    const std::vector<int> wide = {3, 7, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 16383, 32767, 65535};
+    const std::vector<int> middle = {3, 5, 7, 9, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 65535};
+    const std::vector<int> upper = {3, 5, 7, 9, 15, 31, 65535};
+    const std::vector<int> top = {3, 5, 65535};
+    const std::vector<int> lowWide = {3, 5, 9, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 16383, 32767};
+    const std::vector<int> lowNarrow = {3, 5, 9, 15, 31, 63, 127};
+    const std::vector<int> lsfWide = {3, 5, 7, 9, 15, 31, 63, 127, 255, 511, 1023, 2047, 4095, 8191, 16383};
+    const Table expected[5] = {
+        {27, {{0, 4, wide}, {3, 4, middle}, {11, 3, upper}, {23, 2, top}}},
+        {30, {{0, 4, wide}, {3, 4, middle}, {11, 3, upper}, {23, 2, top}}},
+        {8, {{0, 4, lowWide}, {2, 3, lowNarrow}}},
+        {12, {{0, 4, lowWide}, {2, 3, lowNarrow}}},
+        {30, {{0, 4, lsfWide}, {4, 3, lowNarrow}, {11, 2, {3, 5, 9}}}},
+    };
+    for (int t = 0; t < layer2NumAllocationTables; ++t)
+    {
+        SCOPED_TRACE(t);
+        const Layer2AllocationTable& table = GetLayer2AllocationTable(t);
+        ASSERT_EQ(table.subbands, expected[t].subbands);
+        int pairs = 0;
+        for (int sb = 0; sb < table.subbands; ++sb)
+        {
+            const int16_t* p = AllocationPairs(table, sb);
+            const Run* run = &expected[t].runs.front();
+            for (const Run& r : expected[t].runs)
+                if (sb >= r.firstSubband)
+                    run = &r;
+            ASSERT_EQ(p[0], run->bits) << sb;
+            for (int a = 1; a < (1 << p[0]); ++a)
+            {
+                const int16_t* pair = p + 2 * a;
+                EXPECT_EQ(Steps(pair), run->steps[size_t(a - 1)]) << sb << " " << a;
+                if (pair[1] > 0) // grouped: three samples in the fewest bits for levels^3 codes
+                    EXPECT_EQ(pair[0], pair[1] == 3 ? 5 : pair[1] == 5 ? 7 : 10);
+                else // plain: code + d centres the steps
+                    EXPECT_EQ(pair[1], -((1 << (pair[0] - 1)) - 1));
+            }
+            pairs += 1 << p[0];
+        }
+        EXPECT_EQ(pairs, table.numPairs);
+    }
+}
+
+TEST(Layer12Tables, TableChoiceByRateChannelsAndBitrate)
+{
+    struct Case { int rate; int mode; int bitrateIndex; int table; };
+    // Rate index 0 44.1 kHz, 1 48, 2 32; mode 0 stereo, 3 mono; bitrate index 4 64 kbit/s,
+    // 6 96, 7 112, 10 192, 14 384.
+    const Case cases[] = {
+        {0, 0, 10, 1}, {1, 0, 10, 0}, {2, 0, 10, 1}, // 96 a channel
+        {0, 0, 7, 0},  {1, 0, 7, 0},  {2, 0, 7, 0},  // 56 a channel
+        {0, 0, 4, 2},  {1, 0, 6, 2},  {2, 0, 4, 3},  {2, 0, 6, 3}, // 32 and 48 a channel
+        {0, 3, 1, 2},  {1, 3, 2, 2},  {2, 3, 2, 3},  {0, 3, 4, 0}, {1, 3, 6, 0}, {2, 3, 6, 1},
+        {0, 0, 14, 1}, {1, 0, 14, 0}, {0, 0, 0, 1},  {1, 0, 0, 0}, // 192 a channel, free format
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(ChooseLayer2AllocationTable(Header(2, c.mode, 0, c.rate, c.bitrateIndex)), c.table)
+            << c.rate << " " << c.mode << " " << c.bitrateIndex;
+    for (int rate = 3; rate < 9; ++rate)
+        for (int bitrate = 0; bitrate < 16; ++bitrate)
+            EXPECT_EQ(ChooseLayer2AllocationTable(Header(2, 0, 0, rate, bitrate)), 4);
+}
+
+//==============================================================================
+// Layer I frames against the direct computation
+
+/** Decodes frames of content and checks each channel against the direct computation. */
+void CheckLayer1(const std::vector<Layer1Content>& contents, ErrorFigures& worst)
+{
+    std::vector<FrameInput> inputs;
+    inputs.reserve(contents.size());
+    for (const Layer1Content& c : contents)
+        inputs.emplace_back(c.header, WriteLayer1(c));
+    std::vector<FrameInput*> frames;
+    for (FrameInput& i : inputs)
+        frames.push_back(&i);
+    const Output out = Decode(frames, 1);
+    const int channels = contents.front().Channels();
+    for (int ch = 0; ch < channels; ++ch)
+    {
+        const std::vector<double> expected = Layer1Reference(contents, ch);
+        ASSERT_EQ(out.channels[ch].size(), expected.size());
+        ExpectAccurate(expected, out.channels[ch].data(), ch, worst);
+    }
+}
+
+TEST(Layer1Frames, MatchTheDirectComputation)
+{
+    std::mt19937 random(20261123);
+    struct Mode { int mode; int extension; const char* name; };
+    const Mode modes[] = {{3, 0, "mono"}, {0, 0, "stereo"}, {2, 0, "dual channel"}, {1, 0, "joint bound 4"},
+                          {1, 1, "joint bound 8"}, {1, 2, "joint bound 12"}, {1, 3, "joint bound 16"}};
+    for (const Mode& m : modes)
+    {
+        SCOPED_TRACE(m.name);
+        std::vector<Layer1Content> frames;
+        for (int i = 0; i < 4; ++i)
+            frames.push_back(RandomLayer1(random, m.mode, m.extension));
+        ErrorFigures worst;
+        CheckLayer1(frames, worst);
+        PrintFigures("layer I", m.name, worst);
+    }
+}
+
+TEST(Layer1Frames, ReadExactlyTheirBits)
+{
+    std::mt19937 random(7);
+    for (int extension = 0; extension < 4; ++extension)
+    {
+        const Layer1Content content = RandomLayer1(random, 1, extension);
+        const std::vector<uint8_t> body = WriteLayer1(content);
+        FrameInput input(content.header, body);
+        Output out = Decode({&input}, 1);
+        int bits = 0;
+        for (int sb = 0; sb < 32; ++sb)
+            for (int ch = 0; ch < (sb < content.Bound() ? 2 : 1); ++ch)
+                bits += 4 + (content.allocation[ch][sb] != 0 ? 12 * (content.allocation[ch][sb] + 1) : 0);
+        for (int sb = 0; sb < 32; ++sb)
+            for (int ch = 0; ch < 2; ++ch)
+                bits += content.allocation[ch][sb] != 0 ? 6 : 0;
+        EXPECT_EQ(input.BitsRead(), bits) << extension;
+        EXPECT_EQ(out.channels[0].size(), 384u);
+    }
+}
+
+TEST(Layer1Frames, AllocationsOfZeroGiveSilenceAndReadNoSampleBits)
+{
+    for (int mode : {3, 0, 1})
+    {
+        Layer1Content f;
+        f.header = Header(1, mode, 2);
+        std::vector<uint8_t> body = WriteLayer1(f);
+        body.resize(body.size() + 400, 0xFF);
+        FrameInput input(f.header, body);
+        const Output out = Decode({&input}, 1);
+        EXPECT_EQ(input.BitsRead(), 4 * (mode == 3 ? 32 : mode == 1 ? 32 + 12 : 64)) << mode;
+        for (int ch = 0; ch < f.Channels(); ++ch)
+            EXPECT_TRUE(std::all_of(out.channels[ch].begin(), out.channels[ch].end(), [](float v) { return v == 0.0f; }));
+    }
+}
+
+TEST(Layer1Frames, ExtremeCodesAndTheLargestAllocation)
+{
+    // Allocation 15 (16-bit codes), the lowest, highest and middle codes of every width, and
+    // scale factors kept low enough that 32 bands of extreme steps stay near full scale.
+    Layer1Content f;
+    f.header = Header(1, 3, 0);
+    for (int sb = 0; sb < 32; ++sb)
+    {
+        f.allocation[0][sb] = 1 + sb % 15;
+        f.scaleFactor[0][sb] = 12 + sb % 40;
+        for (int s = 0; s < 12; ++s)
+            f.codes[s][0][sb] = (s % 3 == 0) ? 0 : (s % 3 == 1) ? (1u << (f.allocation[0][sb] + 1)) - 2 : 1u << f.allocation[0][sb];
+    }
+    ErrorFigures worst;
+    CheckLayer1({f, f}, worst);
+}
+
+TEST(Layer1Frames, ChannelSelection)
+{
+    std::mt19937 random(99);
+    const Layer1Content content = RandomLayer1(random, 0, 0);
+    const std::vector<uint8_t> body = WriteLayer1(content);
+    FrameInput both(content.header, body);
+    const Output stereo = Decode({&both}, 1);
+    for (int select : {0, 1})
+    {
+        FrameInput one(content.header, body);
+        one.header.channelSelect = select;
+        const Output out = Decode({&one}, 1);
+        ASSERT_EQ(out.channels[0].size(), 384u);
+        for (size_t i = 0; i < 384; ++i)
+            ASSERT_EQ(out.channels[0][i], stereo.channels[select][i]) << select << " " << i;
+    }
+    FrameInput sum(content.header, body);
+    sum.header.channelSelect = 3;
+    const Output mixed = Decode({&sum}, 1);
+    ASSERT_EQ(mixed.channels[0].size(), 384u);
+    for (size_t i = 0; i < 384; ++i)
+        ASSERT_NEAR(mixed.channels[0][i], 0.5f * (stereo.channels[0][i] + stereo.channels[1][i]), 1e-5f) << i;
+}
+
+//==============================================================================
+// Layer II frames built in the tests
+
+TEST(Layer2Frames, AllocationsOfZeroGiveSilenceAndReadNoSampleBits)
+{
+    for (int mode : {3, 0, 1})
+    {
+        Layer2Content f;
+        f.header = Header(2, mode, 1, 1, mode == 3 ? 6 : 10); // 48 kHz: table a, 27 sub-bands
+        std::vector<uint8_t> body = WriteLayer2(f);
+        body.resize(body.size() + 600, 0xFF); // what follows must stay unread
+        FrameInput input(f.header, body);
+        const Output out = Decode({&input}, 2);
+        const int bound = mode == 1 ? 8 : 32;
+        int expectedBits = 0;
+        const Layer2AllocationTable& table = GetLayer2AllocationTable(0);
+        for (int sb = 0; sb < table.subbands; ++sb)
+            expectedBits += AllocationPairs(table, sb)[0] * (sb < bound && mode != 3 ? 2 : 1);
+        EXPECT_EQ(input.BitsRead(), expectedBits) << mode;
+        EXPECT_EQ(input.header.layer2Subbands, 27);
+        ASSERT_EQ(out.channels[0].size(), 1152u);
+        for (int ch = 0; ch < (mode == 3 ? 1 : 2); ++ch)
+            for (float s : out.channels[ch])
+                ASSERT_EQ(s, 0.0f) << mode;
+    }
+}
+
+/** One sub-band with 3-level grouped codes; every other sub-band silent. */
+Output DecodeGrouped(uint32_t code)
+{
+    Layer2Content f;
+    f.header = Header(2, 3, 0, 1, 6);
+    f.allocation[0][5] = 1; // 3 levels in every table a sub-band
+    f.selection[0][5] = 2;
+    f.scaleFactor[0][5][0] = f.scaleFactor[0][5][1] = f.scaleFactor[0][5][2] = 9;
+    for (auto& g : f.codes)
+        g[0][5][0] = code;
+    FrameInput input(f.header, WriteLayer2(f));
+    return Decode({&input}, 2);
+}
+
+TEST(Layer2Frames, GroupedCodesPastTheTableGiveZeros)
+{
+    for (uint32_t code = 27; code < 32; ++code)
+    {
+        const Output out = DecodeGrouped(code);
+        ASSERT_EQ(out.channels[0].size(), 1152u);
+        EXPECT_TRUE(std::all_of(out.channels[0].begin(), out.channels[0].end(), [](float s) { return s == 0.0f; }))
+            << code;
+    }
+    // The middle level three times is silence too; the top level is not.
+    const Output middle = DecodeGrouped(13);
+    EXPECT_TRUE(std::all_of(middle.channels[0].begin(), middle.channels[0].end(), [](float s) { return s == 0.0f; }));
+    const Output top = DecodeGrouped(26);
+    EXPECT_TRUE(std::any_of(top.channels[0].begin(), top.channels[0].end(), [](float s) { return s != 0.0f; }));
+}
+
+/** Layer II content with random allocations, selections, scale factors and codes. */
+Layer2Content RandomLayer2(std::mt19937& random, const Mp3FrameHeader& header)
+{
+    Layer2Content f;
+    f.header = header;
+    const Layer2AllocationTable& table = GetLayer2AllocationTable(ChooseLayer2AllocationTable(header));
+    const int bound = header.mode == 1 ? header.modeExtension * 4 + 4 : 32;
+    for (int sb = 0; sb < table.subbands; ++sb)
+        for (int ch = 0; ch < header.numChannels; ++ch)
+        {
+            const bool shared = ch == 1 && sb >= bound;
+            const int16_t* pairs = AllocationPairs(table, sb);
+            const int a = shared ? f.allocation[0][sb] : int(random() % (1u << pairs[0]));
+            f.allocation[ch][sb] = a;
+            f.selection[ch][sb] = int(random() % 4);
+            for (int& s : f.scaleFactor[ch][sb])
+                s = 9 + int(random() % 54);
+            // Selections that share factors carry them so that the direct computation agrees.
+            int* s = f.scaleFactor[ch][sb];
+            if (f.selection[ch][sb] == 1) s[1] = s[0];
+            if (f.selection[ch][sb] == 2) s[1] = s[2] = s[0];
+            if (f.selection[ch][sb] == 3) s[2] = s[1];
+            if (a == 0)
+                continue;
+            const int16_t* pair = pairs + 2 * a;
+            for (int g = 0; g < 12; ++g)
+                for (int i = 0; i < 3; ++i)
+                {
+                    const uint32_t limit = pair[1] > 0 ? uint32_t(pair[1] * pair[1] * pair[1]) : (1u << pair[0]) - 1;
+                    f.codes[g][ch][sb][i] = shared ? f.codes[g][0][sb][i] : uint32_t(random() % limit);
+                }
+        }
+    return f;
+}
+
+/** The three sub-band rows of granule g of one channel, by the standard's requantisation. */
+void Layer2Subbands(const Layer2Content& f, int g, int ch, double (*rows)[32])
+{
+    const Layer2AllocationTable& table = GetLayer2AllocationTable(ChooseLayer2AllocationTable(f.header));
+    const int bound = f.header.mode == 1 ? f.header.modeExtension * 4 + 4 : 32;
+    for (int sb = 0; sb < 32; ++sb)
+    {
+        const int a = sb < table.subbands ? f.allocation[ch][sb] : 0;
+        for (int r = 0; r < 3; ++r)
+            rows[r][sb] = 0.0;
+        if (a == 0)
+            continue;
+        const int codeChannel = sb >= bound ? 0 : ch;
+        const int16_t* pair = AllocationPairs(table, sb) + 2 * a;
+        const int steps = Steps(pair);
+        for (int r = 0; r < 3; ++r)
+        {
+            uint32_t value = f.codes[g][codeChannel][sb][r];
+            if (pair[1] > 0) // degroup: the first sample is the lowest digit
+            {
+                value = f.codes[g][codeChannel][sb][0];
+                for (int i = 0; i < r; ++i)
+                    value /= uint32_t(steps);
+                value %= uint32_t(steps);
+            }
+            rows[r][sb] = Requantise(value, steps) * ScaleFactor(f.scaleFactor[ch][sb][g / 4]);
+        }
+    }
+}
+
+TEST(Layer2Frames, MatchTheDirectComputation)
+{
+    std::mt19937 random(1152);
+    struct Case { int mode; int extension; int rate; int bitrate; const char* name; };
+    const Case cases[] = {
+        {3, 0, 1, 6, "mono 48 kHz table a"},         {0, 0, 0, 10, "stereo 44.1 kHz table b"},
+        {3, 0, 0, 2, "mono 44.1 kHz table c"},       {0, 0, 2, 4, "stereo 32 kHz table d"},
+        {1, 0, 0, 10, "joint bound 4 table b"},      {1, 1, 1, 10, "joint bound 8 table a"},
+        {1, 2, 2, 4, "joint bound 12 table d"},      {1, 3, 0, 4, "joint bound 16 table c"},
+        {1, 3, 4, 8, "joint bound 16 low rate"},     {3, 0, 5, 4, "mono 16 kHz low rate"},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.name);
+        const Mp3FrameHeader header = Header(2, c.mode, c.extension, c.rate, c.bitrate);
+        std::vector<Layer2Content> contents;
+        std::vector<FrameInput> inputs;
+        inputs.reserve(3);
+        for (int i = 0; i < 3; ++i)
+        {
+            contents.push_back(RandomLayer2(random, header));
+            inputs.emplace_back(header, WriteLayer2(contents.back()));
+        }
+        const Output out = Decode({&inputs[0], &inputs[1], &inputs[2]}, 2);
+        ErrorFigures worst;
+        for (int ch = 0; ch < header.numChannels; ++ch)
+        {
+            ReferenceSynthesis synthesis;
+            std::vector<double> expected;
+            for (const Layer2Content& content : contents)
+                for (int g = 0; g < 12; ++g)
+                {
+                    double rows[3][32];
+                    Layer2Subbands(content, g, ch, rows);
+                    for (const double* row : rows)
+                        synthesis.Row(row, expected);
+                }
+            ASSERT_EQ(out.channels[ch].size(), expected.size());
+            ExpectAccurate(expected, out.channels[ch].data(), ch, worst);
+        }
+        PrintFigures("layer II", c.name, worst);
+    }
+}
+
+TEST(Layer12Frames, DamagedFramesStayInBounds)
+{
+    // Random bytes as frames of either layer, every mode and table, and a cursor near the
+    // array's end: the decoders read zeros past the array and write exactly their rows.
+    std::mt19937 random(404);
+    for (int trial = 0; trial < 200; ++trial)
+    {
+        std::vector<uint8_t> body(size_t(random() % 3000));
+        for (uint8_t& b : body)
+            b = uint8_t(random());
+        const int layer = 1 + int(random() % 2);
+        Mp3FrameHeader header = Header(layer, int(random() % 4), int(random() % 4), int(random() % 9), int(random() % 16));
+        header.channelSelect = int(random() % 5) - 1;
+        FrameInput input(header, body);
+        if (trial % 4 == 0)
+            input.bits.bitPointer = mp3ByteBufferSize - int(random() % 40);
+        const Output out = Decode({&input}, layer);
+        ASSERT_EQ(out.channels[0].size(), layer == 1 ? 384u : 1152u);
+        for (float s : out.channels[0])
+            ASSERT_TRUE(std::isfinite(s));
+    }
+}
+
+//==============================================================================
+// Files: Layer II from other encoders against mpg123, Layer I lengths, joins
+
+std::string DataPath(const std::string& name)
+{
+    return std::string(KVO_TEST_DATA_DIR) + "/mp2/" + name;
+}
+
+std::vector<float> ReadFloats(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::vector<float> values(bytes.size() / 4);
+    std::memcpy(values.data(), bytes.data(), values.size() * 4);
+    return values;
+}
+
+/** The reader picks MPEG audio by the ".mp3" extension: copy the file under that name. */
+std::string AsMp3(const testing::TemporaryFolder& folder, const std::string& source, const std::string& name)
+{
+    const std::string target = folder / name;
+    std::filesystem::copy_file(source, target, std::filesystem::copy_options::overwrite_existing);
+    return target;
+}
+
+TEST(Layer2Files, MatchTheirReferenceDecodes)
+{
+    struct Fixture { const char* name; int channels; double rate; };
+    const Fixture fixtures[] = {
+        {"tl-joint-44k-192", 2, 44100},      {"tl-joint-44k-160", 2, 44100}, {"tl-joint-48k-192", 2, 48000},
+        {"tl-joint-32k-64", 2, 32000},       {"tl-stereo-crc-48k-256", 2, 48000}, {"tl-mono-44k-48", 1, 44100},
+        {"ff-stereo-48k-192", 2, 48000},     {"ff-mono-32k-64", 1, 32000},   {"tl-joint-22k-64", 2, 22050},
+        {"tl-mono-16k-32", 1, 16000},        {"ff-stereo-24k-96", 2, 24000},
+    };
+    testing::TemporaryFolder folder;
+    for (const Fixture& f : fixtures)
+    {
+        SCOPED_TRACE(f.name);
+        const std::vector<float> reference = ReadFloats(DataPath(std::string(f.name) + ".f32"));
+        ASSERT_FALSE(reference.empty());
+        const size_t frames = reference.size() / size_t(f.channels);
+        auto reader = AudioFileReader::CreateReaderFor(File(String(AsMp3(folder, DataPath(std::string(f.name) + ".mp2"), "in.mp3"))));
+        ASSERT_TRUE(reader);
+        EXPECT_EQ(reader->getMetadata().sampleRate, f.rate);
+        EXPECT_EQ(reader->getNumChannels(), uint32_t(f.channels));
+        EXPECT_GE(reader->getNumSamples(), frames);
+        AudioBuffer<float> buffer(uint32_t(f.channels), frames);
+        reader->readSamples(buffer, 0, frames, 0);
+        ErrorFigures worst;
+        for (int ch = 0; ch < f.channels; ++ch)
+        {
+            std::vector<double> expected(frames);
+            for (size_t i = 0; i < frames; ++i)
+                expected[i] = reference[i * size_t(f.channels) + size_t(ch)];
+            ExpectAccurate(expected, buffer.GetReadPointer(uint32_t(ch)), ch, worst);
+        }
+        PrintFigures("mp2", f.name, worst);
+    }
+}
+
+/** Reads every channel of a file from its start; the result of readSamples beside. */
+struct FileSamples
+{
+    std::vector<std::vector<float>> channels;
+    bool complete = false;
+};
+
+FileSamples ReadAll(AudioFileReader& reader, uint64_t numSamples)
+{
+    AudioBuffer<float> buffer(reader.getNumChannels(), numSamples);
+    FileSamples result;
+    result.complete = reader.readSamples(buffer, 0, numSamples, 0);
+    for (uint32_t ch = 0; ch < reader.getNumChannels(); ++ch)
+        result.channels.emplace_back(buffer.GetReadPointer(ch), buffer.GetReadPointer(ch) + numSamples);
+    return result;
+}
+
+/**
+    Layer I frames at 448 kbit/s and 32 kHz (672 bytes each), header and, with crc, a CRC
+    word that nothing checks; the bytes behind the samples are zeros.
+*/
+std::string Layer1File(const std::vector<Layer1Content>& frames, bool crc)
+{
+    std::string bytes;
+    for (const Layer1Content& f : frames)
+    {
+        std::string frame = {char(0xFF), char(crc ? 0xFE : 0xFF), char(0xE8), char(f.header.mode << 6 | f.header.modeExtension << 4)};
+        if (crc)
+            frame += "\x5A\xA5";
+        const std::vector<uint8_t> body = WriteLayer1(f);
+        frame.append(body.begin(), body.end());
+        EXPECT_LE(frame.size(), 672u);
+        frame.resize(672, '\0');
+        bytes += frame;
+    }
+    return bytes;
+}
+
+void WriteFile(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+}
+
+TEST(Layer1Files, ReportThreeTimesTheirLengthAndDecodeLikeTheDirectComputation)
+{
+    testing::TemporaryFolder folder;
+    std::mt19937 random(384);
+    struct Kind { int mode; int extension; bool crc; const char* name; };
+    for (const Kind& k : {Kind{3, 0, false, "mono"}, Kind{1, 1, true, "joint stereo, CRC"}, Kind{0, 0, false, "stereo"}})
+    {
+        SCOPED_TRACE(k.name);
+        std::vector<Layer1Content> contents;
+        for (int i = 0; i < 5; ++i)
+            contents.push_back(RandomLayer1(random, k.mode, k.extension, 3));
+        const std::string path = folder / "layer1.mp3";
+        WriteFile(path, Layer1File(contents, k.crc));
+        ::testing::internal::CaptureStderr();
+        auto reader = AudioFileReader::CreateReaderFor(File(String(path)));
+        ::testing::internal::GetCapturedStderr();
+        ASSERT_TRUE(reader);
+        EXPECT_EQ(reader->getMetadata().sampleRate, 32000.0);
+        EXPECT_EQ(reader->getNumChannels(), k.mode == 3 ? 1u : 2u);
+        // Five frames counted at 1152 samples each, though each yields 384.
+        ASSERT_EQ(reader->getNumSamples(), 5u * 1152u);
+        const FileSamples read = ReadAll(*reader, 5 * 1152);
+        EXPECT_FALSE(read.complete); // the second half and more of the reported length is not there
+        ErrorFigures worst;
+        for (int ch = 0; ch < int(reader->getNumChannels()); ++ch)
+        {
+            const std::vector<double> expected = Layer1Reference(contents, ch);
+            ASSERT_EQ(expected.size(), 5u * 384u);
+            ExpectAccurate(expected, read.channels[size_t(ch)].data(), ch, worst);
+            const auto& rest = read.channels[size_t(ch)];
+            EXPECT_TRUE(std::all_of(rest.begin() + 5 * 384, rest.end(), [](float v) { return v == 0.0f; })) << ch;
+        }
+    }
+}
+
+TEST(Layer2Files, JoinWithLayer3AndWav)
+{
+    testing::TemporaryFolder folder;
+    const std::string layer2 = AsMp3(folder, DataPath("tl-joint-44k-192.mp2"), "a.mp3");
+    const std::string layer3 = AsMp3(folder, DataPath("join-layer3-44k-mono.mp3"), "b.mp3");
+    const testing::ProgramRun run = testing::RunSonaJoin({"-i", "a.mp3, b.mp3, a.mp3", "-d", "out.wav"}, folder.GetPath());
+    ASSERT_EQ(run.exitCode, 0) << run.standardOutput << run.standardError;
+
+    ::testing::internal::CaptureStderr();
+    auto first = AudioFileReader::CreateReaderFor(File(String(layer2)));
+    auto second = AudioFileReader::CreateReaderFor(File(String(layer3)));
+    auto out = AudioFileReader::CreateReaderFor(File(String(folder / "out.wav")));
+    ::testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(first && second && out);
+    const uint64_t n1 = first->getNumSamples(), n2 = second->getNumSamples();
+    EXPECT_EQ(out->getMetadata().bitsPerSample, 32u);
+    EXPECT_TRUE(out->getMetadata().isFloat);
+    EXPECT_EQ(out->getNumChannels(), 2u);
+    ASSERT_EQ(out->getNumSamples(), 2 * n1 + n2);
+
+    // Each part is what its own reader gives, the mono Layer III part silent on the right.
+    const FileSamples joined = ReadAll(*out, 2 * n1 + n2);
+    const FileSamples a = ReadAll(*first, n1);
+    const FileSamples b = ReadAll(*second, n2);
+    for (int ch = 0; ch < 2; ++ch)
+        for (uint64_t i = 0; i < n1; ++i)
+        {
+            ASSERT_EQ(joined.channels[size_t(ch)][i], a.channels[size_t(ch)][i]) << ch << " " << i;
+            ASSERT_EQ(joined.channels[size_t(ch)][n1 + n2 + i], a.channels[size_t(ch)][i]) << ch << " " << i;
+        }
+    for (uint64_t i = 0; i < n2; ++i)
+    {
+        ASSERT_EQ(joined.channels[0][n1 + i], b.channels[0][i]) << i;
+        ASSERT_EQ(joined.channels[1][n1 + i], 0.0f) << i;
+    }
+    // And the Layer II part is the reference decode.
+    const std::vector<float> reference = ReadFloats(DataPath("tl-joint-44k-192.f32"));
+    std::vector<double> left(reference.size() / 2);
+    for (size_t i = 0; i < left.size(); ++i)
+        left[i] = reference[2 * i];
+    const ErrorFigures e = Compare(left, joined.channels[0].data(), left.size());
+    EXPECT_LT(e.max, maxAbsError);
+}
+
+/**
+    Decodes name.mp2 and compares it with name.every8.f32, which keeps every 8th sample frame
+    of mpg123's decode; returns the reader's length.
+*/
+uint64_t ExpectMatchesSparseReference(const std::string& name, uint32_t channels)
+{
+    testing::TemporaryFolder folder;
+    const std::vector<float> reference = ReadFloats(DataPath(name + ".every8.f32"));
+    auto reader = AudioFileReader::CreateReaderFor(File(String(AsMp3(folder, DataPath(name + ".mp2"), "in.mp3"))));
+    EXPECT_TRUE(reader);
+    if (!reader || reader->getNumChannels() != channels || reference.empty())
+        return 0;
+    const size_t points = reference.size() / channels;
+    const FileSamples read = ReadAll(*reader, points * 8);
+    ErrorFigures worst;
+    for (uint32_t ch = 0; ch < channels; ++ch)
+    {
+        std::vector<double> expected;
+        std::vector<float> actual;
+        for (size_t i = 0; i < points; ++i)
+        {
+            expected.push_back(reference[channels * i + ch]);
+            actual.push_back(read.channels[ch][8 * i]);
+        }
+        ExpectAccurate(expected, actual.data(), int(ch), worst);
+    }
+    PrintFigures("mp2", name.c_str(), worst);
+    return reader->getNumSamples();
+}
+
+TEST(Layer2Files, EveryAllocationOfEveryTableMatchesTheReference)
+{
+    // Streams written sub-band by sub-band through all allocations of one table each.
+    for (const char* table : {"a", "b", "c", "d", "lsf"})
+    {
+        SCOPED_TRACE(table);
+        ExpectMatchesSparseReference(std::string("alloc-") + table, 2);
+    }
+}
+
+TEST(Layer1Files, MatchTheReferenceDecodes)
+{
+    // Six frames each, mono, and joint stereo through every bound and plain stereo.
+    EXPECT_EQ(ExpectMatchesSparseReference("layer1-mono", 1), 6u * 1152u);
+    EXPECT_EQ(ExpectMatchesSparseReference("layer1-joint", 2), 6u * 1152u);
+}
+
+TEST(Layer2Files, FreeFormatIsWalkedWithoutASize)
+{
+    // The first frame has no size, so the length is 0; the frames decode from whatever the
+    // buffer holds, and reading on past the length is still safe.
+    testing::TemporaryFolder folder;
+    const std::string path = AsMp3(folder, DataPath("tl-free-44k-200.mp2"), "free.mp3");
+    ::testing::internal::CaptureStderr();
+    auto reader = AudioFileReader::CreateReaderFor(File(String(path)));
+    ::testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(reader->getNumSamples(), 0u);
+    EXPECT_EQ(reader->getNumChannels(), 2u);
+    const FileSamples read = ReadAll(*reader, 20000);
+    for (const auto& channel : read.channels)
+        EXPECT_TRUE(std::all_of(channel.begin(), channel.end(), [](float v) { return std::isfinite(v); }));
+}
+
+TEST(Layer12Files, DamagedStreamsNeverFail)
+{
+    // Fixtures with bytes overwritten at random, cut short, or with random bytes in the
+    // middle, and a Layer I file likewise: each opens or is refused, and reads to its end.
+    testing::TemporaryFolder folder;
+    std::mt19937 random(2026);
+    std::mt19937 layer1Random(11);
+    std::vector<Layer1Content> layer1;
+    for (int i = 0; i < 4; ++i)
+        layer1.push_back(RandomLayer1(layer1Random, 1, 2, 3));
+    std::vector<std::string> sources = {Layer1File(layer1, true)};
+    for (const char* name : {"tl-joint-44k-192.mp2", "tl-stereo-crc-48k-256.mp2", "tl-mono-16k-32.mp2",
+                             "ff-stereo-24k-96.mp2", "tl-free-44k-200.mp2"})
+    {
+        std::ifstream in(DataPath(name), std::ios::binary);
+        sources.emplace_back((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    }
+    for (int trial = 0; trial < 120; ++trial)
+    {
+        std::string bytes = sources[size_t(trial) % sources.size()];
+        switch (trial / int(sources.size()) % 3)
+        {
+            case 0:
+                for (int i = 0; i < 40; ++i)
+                    bytes[random() % bytes.size()] = char(random());
+                break;
+            case 1:
+                bytes.resize(random() % bytes.size());
+                break;
+            default:
+                for (size_t i = bytes.size() / 3; i < bytes.size() / 2; ++i)
+                    bytes[i] = char(random());
+                break;
+        }
+        const std::string path = folder / "damaged.mp3";
+        WriteFile(path, bytes);
+        ::testing::internal::CaptureStderr();
+        try
+        {
+            auto reader = AudioFileReader::CreateReaderFor(File(String(path)));
+            if (reader && reader->getNumSamples() < 1000000)
+                ReadAll(*reader, reader->getNumSamples() + 3000);
+        }
+        catch (const Exception&)
+        {
+        }
+        ::testing::internal::GetCapturedStderr();
+    }
+}
+
+} // namespace
+} // namespace kvo
