@@ -9,42 +9,43 @@ namespace kvo
 namespace
 {
 
-/**
-    The DCT-II of n points, split into the DCT of the mirrored sums (the even outputs) and the
-    DCT of the mirrored differences, each divided by 2 cos(pi (2k + 1) / 2n) (the odd outputs,
-    as sums of neighbours). factors holds the divisors' reciprocals of this size and below.
+/*
+    The 32-point DCT-II splits, group by group, into the DCT of the mirrored sums (the even
+    outputs) and the DCT of the mirrored differences divided by 2 cos(pi (2k + 1) / 2n) (the odd
+    outputs, as sums of neighbours). Done level by level over whole arrays, each stage is a plain
+    loop over fixed indices: five butterfly stages down to single values, then four stages that
+    interleave the halves back into outputs (a group of two is already in order).
 */
+
+/** One butterfly stage: each group of n values becomes its mirrored sums, then its scaled differences. */
 template <int n>
-struct Dct
+inline void Butterflies(const float* in, float* out, const float* factors) noexcept
 {
-    static void run(const float* in, float* out, const float (*factors)[16]) noexcept
+    constexpr int half = n / 2;
+    for (int g = 0; g < 32; g += n)
     {
-        constexpr int half = n / 2;
-        float sums[half];
-        float differences[half];
         for (int k = 0; k < half; ++k)
         {
-            sums[k] = in[k] + in[n - 1 - k];
-            differences[k] = (in[k] - in[n - 1 - k]) * factors[0][k];
-        }
-        float even[half];
-        float odd[half + 1];
-        Dct<half>::run(sums, even, factors + 1);
-        Dct<half>::run(differences, odd, factors + 1);
-        odd[half] = 0.0f;
-        for (int i = 0; i < half; ++i)
-        {
-            out[2 * i] = even[i];
-            out[2 * i + 1] = odd[i] + odd[i + 1];
+            out[g + k] = in[g + k] + in[g + n - 1 - k];
+            out[g + half + k] = (in[g + k] - in[g + n - 1 - k]) * factors[k];
         }
     }
-};
+}
 
-template <>
-struct Dct<1>
+/** One recombination stage: even outputs from the first half, odd ones as sums of neighbours of the second. */
+template <int n>
+inline void Recombine(const float* in, float* out) noexcept
 {
-    static void run(const float* in, float* out, const float (*)[16]) noexcept { out[0] = in[0]; }
-};
+    constexpr int half = n / 2;
+    for (int g = 0; g < 32; g += n)
+    {
+        for (int i = 0; i < half; ++i)
+        {
+            out[g + 2 * i] = in[g + i];
+            out[g + 2 * i + 1] = in[g + half + i] + (i + 1 < half ? in[g + half + i + 1] : 0.0f);
+        }
+    }
+}
 
 /**
     rows sums of 16 window x history products, the window rows 32 floats apart and the history
@@ -109,8 +110,19 @@ void Mp3SynthesisState::reset() noexcept
 
 void fastDct32(float* first, float* second, const float* in)
 {
+    const float (*factors)[16] = GetMp3Tables().synthCosTables;
+    float a[32];
+    float b[32];
+    Butterflies<32>(in, a, factors[0]);
+    Butterflies<16>(a, b, factors[1]);
+    Butterflies<8>(b, a, factors[2]);
+    Butterflies<4>(a, b, factors[3]);
+    Butterflies<2>(b, a, factors[4]);
+    Recombine<4>(a, b);
+    Recombine<8>(b, a);
+    Recombine<16>(a, b);
     float values[32];
-    Dct<32>::run(in, values, GetMp3Tables().synthCosTables);
+    Recombine<32>(b, values);
     for (int row = 0; row < 17; ++row)
         first[16 * row] = values[16 - row];
     for (int row = 0; row < 16; ++row)

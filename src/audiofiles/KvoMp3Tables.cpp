@@ -416,13 +416,24 @@ void BuildTables(Mp3Tables& tables)
 
 } // namespace
 
-const Mp3Tables& GetMp3Tables()
+namespace detail
+{
+
+std::atomic<const Mp3Tables*> builtMp3Tables { nullptr };
+
+const Mp3Tables& BuildMp3Tables()
 {
     // The guard of a function-local static makes concurrent first calls wait for one build.
     static Mp3Tables tables;
-    static const bool built = (BuildTables(tables), true);
+    static const bool built = [] {
+        BuildTables(tables);
+        builtMp3Tables.store(&tables, std::memory_order_release);
+        return true;
+    }();
     (void) built;
     return tables;
 }
+
+} // namespace detail
 
 } // namespace kvo

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 namespace kvo
@@ -124,7 +125,22 @@ struct Mp3Tables
     static const uint8_t bandCounts[3][6][4];
 };
 
-/** The process's tables, built on the first call under a thread-safe guard. */
-const Mp3Tables& GetMp3Tables();
+namespace detail
+{
+/** The built tables, published once they are complete; null before. */
+extern std::atomic<const Mp3Tables*> builtMp3Tables;
+/** Builds the tables under a thread-safe guard (concurrent first callers wait) and publishes them. */
+const Mp3Tables& BuildMp3Tables();
+} // namespace detail
+
+/**
+    The process's tables, built on the first call under a thread-safe guard. Later calls cost one
+    load, so the sample loops may call this freely.
+*/
+inline const Mp3Tables& GetMp3Tables()
+{
+    const Mp3Tables* tables = detail::builtMp3Tables.load(std::memory_order_acquire);
+    return tables != nullptr ? *tables : detail::BuildMp3Tables();
+}
 
 } // namespace kvo
