@@ -188,7 +188,7 @@ void synthesiseRow(const Mp3FrameHeader& header, Mp3SynthesisState& synthesis, R
         synthesise(synthesis, row[1], 1, out1, samplesDone);
         return;
     }
-    if (select == 3)
+    if (select == 3) // the sum of both channels, halved as the Layer III gain halves it
         for (int32_t sb = 0; sb < 32; ++sb)
             row[0][sb] = 0.5f * (row[0][sb] + row[1][sb]);
     synthesise(synthesis, row[select == 1 ? 1 : 0], 0, out0, samplesDone);
