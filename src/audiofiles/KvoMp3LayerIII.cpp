@@ -194,19 +194,41 @@ public:
             const int32_t select = int32_t(info.table_select[region] & 31);
             const Mp3HuffmanTable& table = tables.huffmanTables[select];
             const ShortcutTable& shortcuts = allShortcuts[size_t(select)];
-            for (int32_t pair = 0; pair < counts[region]; ++pair)
+            // Run by run: the pairs of one band record share their factor and their step.
+            for (int32_t left = counts[region]; left > 0;)
             {
                 if (!nextPair())
                     return;
-                // A pair takes at most 19 + 2 x 14 bits: one look ahead serves all of it.
-                const uint64_t window = bits.peek64();
-                int32_t used = 0;
-                const int32_t leaf = std::max(walkTree(window, table.tree, shortcuts, used, 32), 0);
-                const float x = decodeValue(window, used, powerTable, leaf >> 4, table.linbits, cursor.factor);
-                const float y = decodeValue(window, used, powerTable, leaf & 15, table.linbits, cursor.factor);
-                bits.skipBits(used);
-                remain -= used;
-                store(x, y);
+                const int32_t run = std::min(left, cursor.pairsLeft);
+                const int32_t step = isShort ? cursor.step : 1;
+                int32_t position = isShort ? cursor.position : longPosition;
+                int32_t leaves = 0;
+                for (int32_t pair = 0; pair < run; ++pair, position += 2 * step)
+                {
+                    // A pair takes at most 19 + 2 x 14 bits: one look ahead serves all of it.
+                    const uint64_t window = bits.peek64();
+                    int32_t used = 0;
+                    const int32_t leaf = std::max(walkTree(window, table.tree, shortcuts, used, 32), 0);
+                    const float x = decodeValue(window, used, powerTable, leaf >> 4, table.linbits, cursor.factor);
+                    const float y = decodeValue(window, used, powerTable, leaf & 15, table.linbits, cursor.factor);
+                    bits.skipBits(used);
+                    remain -= used;
+                    // A damaged or unusual map must not carry lines past the granule.
+                    if (position + step < granuleLines)
+                    {
+                        spectrum[position] = x;
+                        spectrum[position + step] = y;
+                    }
+                    leaves |= leaf;
+                }
+                if (leaves != 0)
+                    highest[cursor.record->window] = cursor.record->band;
+                if constexpr (isShort)
+                    cursor.position = position;
+                else
+                    longPosition = position;
+                cursor.pairsLeft -= run;
+                left -= run;
             }
         }
     }

@@ -1,7 +1,9 @@
 #!/bin/sh
-# Recreates the MP3 test fixtures of this folder and their reference decodes.
-# Needs sox, lame and mpg123. Each fixture is a short synthetic clip: a sweep and a square
-# wave, a short gap, then a burst of noise with a sharp attack (short blocks).
+# Recreates the MP3 test fixtures of this folder and their reference decodes:
+#     ./make_fixtures.sh [name...]    (all of them, or only those named)
+# Needs sox, lame, mpg123 and python3. Each fixture is a short synthetic clip: a sweep and a
+# square wave, a short gap, then a burst of noise with a sharp attack (short blocks); the
+# intensity stereo ones are steady tones instead (see the end).
 # Reference decodes: mpg123's plain C core, 32-bit float, native byte order, interleaved,
 # nothing trimmed at either end (its first sample is the first sample of the first audio
 # frame; the Xing/Info frame, when there is one, is not decoded).
