@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <cstdint>
 #include <sstream>
 #include <string>
@@ -83,78 +85,42 @@ void Explore(const int16_t* tree, int depth, int& leaves, int& deepest, const in
     Explore(tree + 1 - *tree, depth + 1, leaves, deepest, end);
 }
 
-TEST(Mp3HuffmanTables, EveryCodeListIsACompletePrefixCode)
+TEST(Mp3HuffmanTables, EveryTreeIsACompletePrefixCodeOfItsList)
 {
-    for (int table : codedTables)
+    // A Kraft sum of exactly 1, every word walking to its own leaf with no bit left over, and a
+    // tree of 2n - 1 entries for n words together make each tree a complete prefix code.
+    const int sizes[] = { 2, 3, 3, 4, 4, 6, 6, 6, 8, 8, 8, 16, 16, 16, 16, 4, 4 };
+    const int16_t* storageEnd = tables.huffmanStorage;
+    for (size_t t = 0; t < std::size(codedTables); ++t)
     {
+        const int table = codedTables[t];
         const std::vector<CodeWord> words = Words(table);
-        // Kraft sum in units of 2^-19, the longest word: exactly 1 for a complete code.
-        uint64_t kraft = 0;
+        EXPECT_EQ(words.size(), size_t(sizes[t] * sizes[t])) << "table " << table;
+        uint64_t kraft = 0; // in units of 2^-19, the longest word
+        size_t longest = 0;
         for (const CodeWord& word : words)
         {
             ASSERT_LE(word.bits.size(), 19u);
             ASSERT_EQ(word.bits.find_first_not_of("01"), std::string::npos);
             kraft += uint64_t(1) << (19 - word.bits.size());
-        }
-        EXPECT_EQ(kraft, uint64_t(1) << 19) << "table " << table;
-        for (size_t i = 0; i < words.size(); ++i)
-        {
-            for (size_t j = 0; j < words.size(); ++j)
-            {
-                if (i != j)
-                {
-                    EXPECT_NE(words[j].bits.rfind(words[i].bits, 0), 0u)
-                        << "table " << table << ": " << words[i].bits << " starts " << words[j].bits;
-                }
-            }
-        }
-    }
-}
-
-TEST(Mp3HuffmanTables, ListsHoldEveryValuePair)
-{
-    const std::pair<int, int> sizes[] = { { 1, 2 }, { 2, 3 }, { 3, 3 }, { 5, 4 }, { 6, 4 }, { 7, 6 }, { 8, 6 }, { 9, 6 },
-                                          { 10, 8 }, { 11, 8 }, { 12, 8 }, { 13, 16 }, { 15, 16 }, { 16, 16 }, { 24, 16 } };
-    for (auto [table, size] : sizes)
-        EXPECT_EQ(Words(table).size(), size_t(size * size)) << "table " << table;
-    EXPECT_EQ(Words(mp3Count1TableA).size(), 16u);
-    EXPECT_EQ(Words(mp3Count1TableB).size(), 16u);
-    EXPECT_EQ(GetMp3HuffmanCodes(4).numRows, 0);
-    EXPECT_EQ(GetMp3HuffmanCodes(14).numRows, 0);
-}
-
-TEST(Mp3HuffmanTables, WalkingEveryWordGivesItsValues)
-{
-    for (int table : codedTables)
-    {
-        for (const CodeWord& word : Words(table))
-        {
+            longest = std::max(longest, word.bits.size());
             size_t used = 0;
             EXPECT_EQ(Walk(Tree(table), word.bits, used), word.value) << "table " << table << " word " << word.bits;
             EXPECT_EQ(used, word.bits.size()) << "table " << table << " word " << word.bits;
         }
-    }
-}
-
-TEST(Mp3HuffmanTables, TreesHoldNothingBeyondTheirLists)
-{
-    const int16_t* end = tables.huffmanStorage;
-    for (int table : codedTables)
-    {
+        EXPECT_EQ(kraft, uint64_t(1) << 19) << "table " << table;
         int leaves = 0;
         int deepest = 0;
         const int16_t* treeEnd = Tree(table);
         Explore(Tree(table), 0, leaves, deepest, treeEnd);
-        const std::vector<CodeWord> words = Words(table);
         EXPECT_EQ(leaves, int(words.size())) << "table " << table;
         EXPECT_EQ(treeEnd - Tree(table), 2 * leaves - 1) << "table " << table;
-        size_t longest = 0;
-        for (const CodeWord& word : words)
-            longest = std::max(longest, word.bits.size());
         EXPECT_EQ(deepest, int(longest)) << "table " << table;
-        end = std::max(end, treeEnd);
+        storageEnd = std::max(storageEnd, treeEnd);
     }
-    EXPECT_EQ(end - tables.huffmanStorage, Mp3Tables::huffmanStorageSize);
+    EXPECT_EQ(storageEnd - tables.huffmanStorage, Mp3Tables::huffmanStorageSize);
+    EXPECT_EQ(GetMp3HuffmanCodes(4).numRows, 0);
+    EXPECT_EQ(GetMp3HuffmanCodes(14).numRows, 0);
 }
 
 TEST(Mp3HuffmanTables, SpotWordsOfTheStandardTables)
@@ -250,20 +216,6 @@ TEST(Mp3BandTables, LowestRatesReuse16000AndThe8000RowIsItsOwn)
         EXPECT_EQ(Mp3Tables::bandTable[8][Mp3Tables::shortWidths + i], shortWidths[i]);
 }
 
-TEST(Mp3BandTables, LimitsCountSubBandsUpToEachBoundary)
-{
-    EXPECT_EQ(tables.longLimit[0][0], 1);  // a silent granule still passes sub-band 0
-    EXPECT_EQ(tables.shortLimit[0][0], 1);
-    EXPECT_EQ(tables.longLimit[0][22], 32);
-    EXPECT_EQ(tables.shortLimit[0][13], 32);
-    EXPECT_EQ(tables.longLimit[0][8], 3);    // (36 + 7) / 18 + 1
-    EXPECT_EQ(tables.shortLimit[0][3], 2);   // (36 - 1) / 18 + 1
-    EXPECT_EQ(tables.longLimit[8][21], 32);  // (574 + 7) / 18 + 1 is 33, capped
-    for (int row = 0; row < 9; ++row)
-        for (int i = 1; i < 23; ++i)
-            EXPECT_GE(tables.longLimit[row][i], tables.longLimit[row][i - 1]);
-}
-
 /** How often each line of the spectrum is written by a map, and checks of each record's shape. */
 std::vector<int> Coverage(const Mp3BandMap& map)
 {
@@ -295,20 +247,6 @@ TEST(Mp3BandTables, LongAndShortMapsWriteEveryLineOnce)
         }
         EXPECT_EQ(tables.bandMaps[row][2].numRecords, 22);
         EXPECT_EQ(tables.bandMaps[row][1].numRecords, 39);
-    }
-}
-
-TEST(Mp3BandTables, ShortMapsStoreWindowsInterleaved)
-{
-    // 44100 Hz, short band 4 (width 6, from line 48): window w's lines are 48 + w, 51 + w, ...
-    const Mp3BandMap& map = tables.bandMaps[0][1];
-    for (int window = 0; window < 3; ++window)
-    {
-        const Mp3BandRecord& record = map.records[12 + window];
-        EXPECT_EQ(record.band, 4);
-        EXPECT_EQ(record.window, window);
-        EXPECT_EQ(record.start, 48 + window);
-        EXPECT_EQ(record.pairs, 3);
     }
 }
 
