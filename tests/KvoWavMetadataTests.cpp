@@ -427,23 +427,18 @@ const std::string faultyDbmd = Chunk("dbmd", Bytes().U32(0x01000007).U8(9).U16(2
 
 TEST_F(WavMetadataTest, DbmdIsAGateOnly)
 {
-    const AudioFilesMetadata plain = MetadataOf(fmt + data);
+    // A sound chunk changes nothing; the reader hands the chunk's own size to the parser,
+    // whose refusals (their cases are in the dbmd tests) stop the opening.
     const AudioFilesMetadata gated = MetadataOf(fmt + soundDbmd + data);
-    EXPECT_EQ(gated.numSamples, plain.numSamples);
-    EXPECT_EQ(gated.sampleRate, plain.sampleRate);
+    EXPECT_EQ(gated.numSamples, 3u);
+    EXPECT_EQ(gated.sampleRate, 1000.0);
     EXPECT_TRUE(!gated.hasBext && gated.listEntries.size() == 0 && gated.markers.IsEmpty() && gated.axmlText.IsEmpty());
 
     std::string large = Bytes().U32(0x01000007).U8(0);
     large.resize(6144, '\x11');
     EXPECT_EQ(MetadataOf(fmt + Chunk("dbmd", large) + data).numSamples, 3u);
-
     EXPECT_EQ(Refusal(Riff(fmt + Chunk("dbmd", large + "x") + data)), "Invalid chunk size for 'dbmd'");
-    EXPECT_EQ(Refusal(Riff(fmt + Chunk("dbmd", Bytes().U32(0x02000000).U8(0)) + data)),
-              "Newer (unsupported) version for 'dbmd' chunk");
     EXPECT_EQ(Refusal(Riff(fmt + faultyDbmd + data)), "invalid checksum");
-    EXPECT_EQ(Refusal(Riff(fmt + Chunk("dbmd", "") + data)), "Truncated 'dbmd' chunk");
-    EXPECT_EQ(Refusal(Riff(fmt + Chunk("dbmd", Bytes().U32(1).U8(1).U16(9)) + data)),
-              "Segment runs past the end of 'dbmd' chunk");
     // A chunk size of 2 GiB or more.
     EXPECT_EQ(Refusal(Riff(fmt + Chunk("dbmd", Bytes().U32(1).U8(0), 0x80000000))), "Invalid chunk size for 'dbmd'");
 }
@@ -494,13 +489,14 @@ TEST_F(WavMetadataTest, JoinRefusesAFaultyDbmd)
 // ---------------------------------------------------------------------------------------
 // Malformed chunks
 
-TEST_F(WavMetadataTest, MalformedChunksOpenWithoutHarm)
+TEST_F(WavMetadataTest, MalformedChunksNeverCrash)
 {
+    // Hostile sizes, sub-chunks that overlap or run past their list or the file, then random
+    // chunks: each file opens wherever the chunk stands; only dbmd raises refusals of its own.
     std::vector<std::string> chunks;
     for (const char* id : { "bext", "cue ", "LIST", "axml", "chna" })
         for (const uint64_t size : { 0ull, 1ull, 3ull, 4ull, 27ull, 601ull, 0x7FFFFFFFull, 0xFFFFFFF0ull, 0xFFFFFFFFull })
             chunks.push_back(Chunk(id, "INFOadtl", int64_t(size)));
-    // Sub-chunks that overlap, run past their list or the file, or have no length.
     for (const std::string type : { "adtl", "INFO" })
         for (const uint64_t size : { 0ull, 3ull, 19ull, 0x7FFFFFFFull, 0x80000000ull, 0xFFFFFFFCull, 0xFFFFFFFFull })
         {
@@ -512,23 +508,6 @@ TEST_F(WavMetadataTest, MalformedChunksOpenWithoutHarm)
         }
     chunks.push_back(Cue(0x7FFFFFFF, CuePoint(1, 1, 1)));
     chunks.push_back(Chunk("chna", Bytes().U16(0xFFFF).U16(0xFFFF).Text(std::string(30, 'x'))));
-
-    for (const std::string& chunk : chunks)
-    {
-        // Where the chunk's size reaches past the file, the data is never reached.
-        reader = Open(Riff(fmt + chunk + data));
-        ASSERT_TRUE(reader) << chunk;
-        reader = Open(Riff(fmt + data + chunk)); // the file ends inside the chunk or right after it
-        ASSERT_TRUE(reader) << chunk;
-        EXPECT_EQ(reader->getNumSamples(), 3u);
-        reader = Open(Wave64(W64Chunk(w64Fmt, Fmt(1, 1, 1000, 16)) + W64Chunk(w64Bext, chunk)
-                             + W64Chunk(w64List, chunk.substr(8)) + W64Chunk(w64Data, Pcm16({ 1 }))));
-        ASSERT_TRUE(reader);
-    }
-}
-
-TEST_F(WavMetadataTest, RandomChunkBytes)
-{
     std::mt19937 random(20261123);
     const std::vector<std::string> ids { "bext", "cue ", "LIST", "axml", "chna", "dbmd" };
     const std::vector<std::string> listTypes { "INFO", "adtl", "info", "xxxx" };
@@ -536,27 +515,38 @@ TEST_F(WavMetadataTest, RandomChunkBytes)
     for (int round = 0; round < 300; ++round)
     {
         const std::string& id = ids[random() % ids.size()];
-        std::string payload;
-        if (id == "LIST")
-        {
-            payload = listTypes[random() % listTypes.size()];
-            for (int n = int(random() % 5); n > 0; --n)
-                payload += Sub(subIds[random() % subIds.size()], "", random() % 3 == 0 ? random() : random() % 24);
-        }
-        else if (id == "dbmd")
-        {
-            payload = Bytes().U32(random() % 2 == 0 ? 0x01000007 : random());
-        }
+        std::string payload = id == "dbmd" ? Bytes().U32(random() % 2 == 0 ? 0x01000007 : random()).s
+                              : id == "LIST" ? listTypes[random() % listTypes.size()] : "";
+        for (int n = id == "LIST" ? int(random() % 5) : 0; n > 0; --n)
+            payload += Sub(subIds[random() % subIds.size()], "", random() % 3 == 0 ? random() : random() % 24);
         for (int n = int(random() % 40); n > 0; --n)
             payload += char(random() % 4 == 0 ? random() % 12 : random());
         const int64_t sizeField = random() % 3 == 0 ? int64_t(random()) : random() % 2 == 0 ? -1 : int64_t(random() % 64);
-        const File file = Write(Riff(fmt + Chunk(id, payload, sizeField) + data));
+        chunks.push_back(Chunk(id, payload, sizeField));
+    }
 
-        StreamCapture err(std::cerr);
-        const std::string message = MessageOf([&] { WavFileReader { file }; });
-        if (id != "dbmd") // the other chunks raise nothing of their own
+    for (const std::string& chunk : chunks)
+    {
+        const bool mayRefuse = chunk.compare(0, 4, "dbmd") == 0;
+        const std::string files[] = { Riff(fmt + chunk + data), Riff(fmt + data + chunk),
+                                      Wave64(W64Chunk(w64Fmt, Fmt(1, 1, 1000, 16)) + W64Chunk(w64Bext, chunk)
+                                             + W64Chunk(w64List, chunk.substr(8)) + W64Chunk(w64Data, Pcm16({ 1 }))) };
+        for (const std::string& bytes : files)
         {
-            EXPECT_EQ(message, "(no exception)") << id << " " << round;
+            const File file = Write(bytes);
+            StreamCapture err(std::cerr);
+            const std::string message = MessageOf([&] { WavFileReader { file }; });
+            if (!mayRefuse)
+            {
+                EXPECT_EQ(message, "(no exception)") << chunk.substr(0, 4);
+            }
+        }
+        // After the data, the chunk cannot hide the samples.
+        if (!mayRefuse)
+        {
+            reader = Open(files[1]);
+            ASSERT_TRUE(reader);
+            EXPECT_EQ(reader->getNumSamples(), 3u);
         }
     }
 }
