@@ -25,10 +25,10 @@ using Channels = std::vector<std::vector<int32_t>>;
 // ---------------------------------------------------------------------------------------
 // Building files by hand
 
-void AppendBigEndian(Bytes& bytes, uint64_t value, int numBytes)
+Bytes BigEndian(uint64_t value, int numBytes)
 {
-    for (int i = numBytes - 1; i >= 0; --i)
-        bytes.push_back(uint8_t(value >> (8 * i)));
+    const std::string text = testing::BigEndian(value, numBytes);
+    return Bytes(text.begin(), text.end());
 }
 
 Bytes Text(const char* text)
@@ -47,12 +47,7 @@ Bytes Concat(std::initializer_list<Bytes> parts)
 /** A chunk with its header, and its pad byte when the payload is odd (chunks start even here). */
 Bytes Chunk(const char* id, const Bytes& payload, uint32_t size)
 {
-    Bytes bytes = Text(id);
-    AppendBigEndian(bytes, size, 4);
-    bytes.insert(bytes.end(), payload.begin(), payload.end());
-    if (payload.size() % 2 != 0)
-        bytes.push_back(0);
-    return bytes;
+    return Concat({ Text(id), BigEndian(size, 4), payload, Bytes(payload.size() % 2, 0) });
 }
 
 Bytes Chunk(const char* id, const Bytes& payload)
@@ -63,9 +58,7 @@ Bytes Chunk(const char* id, const Bytes& payload)
 Bytes Form(const char* type, std::initializer_list<Bytes> chunks)
 {
     const Bytes body = Concat(chunks);
-    Bytes bytes = Text("FORM");
-    AppendBigEndian(bytes, body.size() + 4, 4);
-    return Concat({ bytes, Text(type), body });
+    return Concat({ Text("FORM"), BigEndian(body.size() + 4, 4), Text(type), body });
 }
 
 const Bytes rate44100 { 0x40, 0x0E, 0xAC, 0x44, 0, 0, 0, 0, 0, 0 };
@@ -73,11 +66,7 @@ const Bytes rate44100 { 0x40, 0x0E, 0xAC, 0x44, 0, 0, 0, 0, 0, 0 };
 Bytes Comm(int16_t channels, uint32_t frames, int16_t bits, const Bytes& rate = rate44100,
            const char* compression = nullptr)
 {
-    Bytes bytes;
-    AppendBigEndian(bytes, uint16_t(channels), 2);
-    AppendBigEndian(bytes, frames, 4);
-    AppendBigEndian(bytes, uint16_t(bits), 2);
-    bytes.insert(bytes.end(), rate.begin(), rate.end());
+    Bytes bytes = Concat({ BigEndian(uint16_t(channels), 2), BigEndian(frames, 4), BigEndian(uint16_t(bits), 2), rate });
     if (compression != nullptr)
         bytes = Concat({ bytes, Text(compression), { 4, 'n', 'a', 'm', 'e', 0 } });
     return Chunk("COMM", bytes);
@@ -85,18 +74,12 @@ Bytes Comm(int16_t channels, uint32_t frames, int16_t bits, const Bytes& rate = 
 
 Bytes Ssnd(const Bytes& samples, uint32_t offset = 0)
 {
-    Bytes bytes;
-    AppendBigEndian(bytes, offset, 4);
-    AppendBigEndian(bytes, 0, 4);
-    bytes.insert(bytes.end(), offset, 0xEE);
-    return Chunk("SSND", Concat({ bytes, samples }));
+    return Chunk("SSND", Concat({ BigEndian(offset, 4), BigEndian(0, 4), Bytes(offset, 0xEE), samples }));
 }
 
 Bytes Fver(uint32_t version = 0xA2805140)
 {
-    Bytes bytes;
-    AppendBigEndian(bytes, version, 4);
-    return Chunk("FVER", bytes);
+    return Chunk("FVER", BigEndian(version, 4));
 }
 
 struct MarkerSpec
@@ -108,12 +91,10 @@ struct MarkerSpec
 
 Bytes Mark(const std::vector<MarkerSpec>& markers)
 {
-    Bytes bytes;
-    AppendBigEndian(bytes, markers.size(), 2);
+    Bytes bytes = BigEndian(markers.size(), 2);
     for (const MarkerSpec& marker : markers)
     {
-        AppendBigEndian(bytes, marker.identifier, 2);
-        AppendBigEndian(bytes, marker.position, 4);
+        bytes = Concat({ bytes, BigEndian(marker.identifier, 2), BigEndian(marker.position, 4) });
         bytes.push_back(uint8_t(marker.name.size()));
         bytes.insert(bytes.end(), marker.name.begin(), marker.name.end());
         if (marker.name.size() % 2 == 0)
@@ -124,8 +105,8 @@ Bytes Mark(const std::vector<MarkerSpec>& markers)
 
 Bytes ReadWholeFile(const std::string& path)
 {
-    std::ifstream stream(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(stream), {});
+    const std::string text = testing::ReadWholeFile(path);
+    return Bytes(text.begin(), text.end());
 }
 
 std::string InvalidMessage(const std::string& path)
@@ -156,10 +137,8 @@ class AiffFiles : public ::testing::Test
 protected:
     std::string Write(const Bytes& bytes, const std::string& name = "test.aif")
     {
-        const std::string path = folder / name;
-        std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
-                                                    std::streamsize(bytes.size()));
-        return path;
+        testing::WriteWholeFile(folder / name, std::string(bytes.begin(), bytes.end()));
+        return folder / name;
     }
 
     RawAiffReader Open(const Bytes& bytes) { return RawAiffReader(File(Write(bytes).c_str())); }
@@ -168,16 +147,11 @@ protected:
     std::string Refusal(const Bytes& bytes)
     {
         const std::string path = Write(bytes);
-        try
-        {
-            RawAiffReader reader { File(path.c_str()) };
-        }
-        catch (const Exception& e)
-        {
-            EXPECT_EQ(e.GetMessage().GetStdString(), InvalidMessage(path));
-            return e.GetMessage().GetStdString();
-        }
-        return {};
+        const std::string message = testing::MessageOf([&] { RawAiffReader reader { File(path.c_str()) }; });
+        if (message == "(no exception)")
+            return {};
+        EXPECT_EQ(message, InvalidMessage(path));
+        return message;
     }
 
     testing::TemporaryFolder folder;
@@ -249,16 +223,8 @@ public:
 
 Bytes ExpectedHeader(uint16_t channels, uint32_t frames, uint16_t bits, const Bytes& rate, uint32_t paddedData)
 {
-    Bytes bytes = Text("FORM");
-    AppendBigEndian(bytes, paddedData + 46, 4);
-    bytes = Concat({ bytes, Text("AIFFCOMM"), { 0, 0, 0, 18 } });
-    AppendBigEndian(bytes, channels, 2);
-    AppendBigEndian(bytes, frames, 4);
-    AppendBigEndian(bytes, bits, 2);
-    bytes = Concat({ bytes, rate, Text("SSND") });
-    AppendBigEndian(bytes, paddedData + 8, 4);
-    AppendBigEndian(bytes, 0, 8);
-    return bytes;
+    return Concat({ Text("FORM"), BigEndian(paddedData + 46, 4), Text("AIFFCOMM"), BigEndian(18, 4), BigEndian(channels, 2),
+                    BigEndian(frames, 4), BigEndian(bits, 2), rate, Text("SSND"), BigEndian(paddedData + 8, 4), BigEndian(0, 8) });
 }
 
 TEST_F(AiffFiles, FactoryReplacesTheDestinationOnlyOnceDepthAndRateAreAccepted)
@@ -277,33 +243,24 @@ TEST_F(AiffFiles, FactoryReplacesTheDestinationOnlyOnceDepthAndRateAreAccepted)
     EXPECT_EQ(ReadWholeFile(path), ExpectedHeader(2, 0, 16, rate44100, 0));
 }
 
-TEST_F(AiffFiles, WriterPadsOddDataAndCountsThePadInTheSizes)
+TEST_F(AiffFiles, WriterPadsOddDataAndClipsFloatsAtThirtyTwoBits)
 {
-    const std::string path = folder / "odd.aiff";
     {
-        TestAiffWriter writer(path, 44100.0, 1, 8);
+        TestAiffWriter writer(folder / "odd.aiff", 44100.0, 1, 8);
         ASSERT_TRUE(writer.WriteRaw({ { int32_t(0x7F000000), int32_t(0x80000000), int32_t(0x01FFFFFF) } }));
         EXPECT_EQ(writer.getMetadata().numSamples, 3u);
-    }
-    const Bytes expected = Concat({ ExpectedHeader(1, 3, 8, rate44100, 4), { 0x7F, 0x80, 0x01, 0x00 } });
-    EXPECT_EQ(ReadWholeFile(path), expected);
-    EXPECT_EQ(expected.size(), 58u);
-}
-
-TEST_F(AiffFiles, WriterClipsFloatsAtThirtyTwoBits)
-{
-    const std::string path = folder / "clip.aiff";
-    {
-        TestAiffWriter writer(path, 44100.0, 1, 32);
+        TestAiffWriter floats(folder / "clip.aiff", 44100.0, 1, 32);
         AudioBuffer<float> buffer(1, 3);
         buffer.GetWritePointer(0)[0] = 1.5f;
         buffer.GetWritePointer(0)[1] = -1.5f;
         buffer.GetWritePointer(0)[2] = 0.5f;
-        ASSERT_TRUE(writer.writeSamples(buffer, 0, 3, false));
+        ASSERT_TRUE(floats.writeSamples(buffer, 0, 3, false));
     }
-    const Bytes file = ReadWholeFile(path);
-    const Bytes data(file.begin() + AiffFileWriter::headerSize, file.end());
-    EXPECT_EQ(data, (Bytes { 0x7F, 0xFF, 0xFF, 0xFF, 0x80, 0, 0, 0, 0x40, 0, 0, 0 }));
+    // The pad byte counts in the FORM and SSND sizes: 58 bytes in all.
+    EXPECT_EQ(ReadWholeFile(folder / "odd.aiff"), Concat({ ExpectedHeader(1, 3, 8, rate44100, 4), { 0x7F, 0x80, 0x01, 0x00 } }));
+    EXPECT_EQ(ReadWholeFile(folder / "odd.aiff").size(), 58u);
+    EXPECT_EQ(ReadWholeFile(folder / "clip.aiff"),
+              Concat({ ExpectedHeader(1, 3, 32, rate44100, 12), { 0x7F, 0xFF, 0xFF, 0xFF, 0x80, 0, 0, 0, 0x40, 0, 0, 0 } }));
 }
 
 TEST_F(AiffFiles, WriterDropsTheWholeCallThatWouldReachTheCap)
@@ -382,6 +339,10 @@ TEST_F(AiffFiles, ReadsPlainAiffAtEveryDepth)
             << bits;
         EXPECT_FALSE(reader.getMetadata().isFloat);
     }
+    // 12 bits: counted, but nothing is written into the arrays.
+    RawAiffReader twelve = Open(Form("AIFF", { Comm(1, 2, 12), Ssnd({ 0x12, 0x34 }) }));
+    EXPECT_EQ(twelve.getMetadata().numSamples, 2u);
+    EXPECT_EQ(twelve.Read(2, 0, 77), (Channels { { 77, 77 } }));
 }
 
 TEST_F(AiffFiles, ReadsTheUncompressedAifcTypes)
@@ -407,13 +368,6 @@ TEST_F(AiffFiles, ReadsTheUncompressedAifcTypes)
         ASSERT_TRUE(reader.readSamples(buffer, 0, 1, 0));
         EXPECT_EQ(buffer.GetReadPointer(0)[0], 1.5f) << type;
     }
-}
-
-TEST_F(AiffFiles, TwelveBitSamplesLeaveTheArraysAsTheyWere)
-{
-    RawAiffReader reader = Open(Form("AIFF", { Comm(1, 2, 12), Ssnd({ 0x12, 0x34 }) }));
-    EXPECT_EQ(reader.getMetadata().numSamples, 2u);
-    EXPECT_EQ(reader.Read(2, 0, 77), (Channels { { 77, 77 } }));
 }
 
 /** A raw file of 32-bit little-endian values, as another tool decoded a fixture. */
