@@ -151,29 +151,6 @@ TEST(Mp3HuffmanTables, SpotWordsOfTheStandardTables)
     EXPECT_EQ(Walk(tables.count1Trees[1], "1111", used), 0);
 }
 
-TEST(Mp3HuffmanTables, TableSelectionSharesTreesAndSetsLinbits)
-{
-    for (int select : { 0, 4, 14 })
-    {
-        EXPECT_EQ(tables.huffmanTables[select].tree[0], 0) << select;
-        EXPECT_EQ(tables.huffmanTables[select].tree, tables.huffmanTables[0].tree);
-    }
-    const int linbits[] = { 1, 2, 3, 4, 6, 8, 10, 13, 4, 5, 6, 7, 8, 9, 11, 13 };
-    for (int select = 0; select < 32; ++select)
-    {
-        EXPECT_EQ(tables.huffmanTables[select].linbits, select < 16 ? 0 : linbits[select - 16]) << select;
-        if (select > 16 && select < 24)
-        {
-            EXPECT_EQ(tables.huffmanTables[select].tree, tables.huffmanTables[16].tree);
-        }
-        if (select > 24)
-        {
-            EXPECT_EQ(tables.huffmanTables[select].tree, tables.huffmanTables[24].tree);
-        }
-    }
-    EXPECT_NE(tables.huffmanTables[16].tree, tables.huffmanTables[24].tree);
-}
-
 // Band tables ------------------------------------------------------------------------------------
 
 TEST(Mp3BandTables, WidthsAddUpToTheBoundariesAndTo576)
@@ -199,21 +176,6 @@ TEST(Mp3BandTables, WidthsAddUpToTheBoundariesAndTo576)
         EXPECT_EQ(line, 576) << "row " << row;
         EXPECT_EQ(bands[Mp3Tables::shortBoundaries + 13], 576);
     }
-}
-
-TEST(Mp3BandTables, LowestRatesReuse16000AndThe8000RowIsItsOwn)
-{
-    for (int i = 0; i < 72; ++i)
-    {
-        EXPECT_EQ(Mp3Tables::bandTable[6][i], Mp3Tables::bandTable[5][i]);
-        EXPECT_EQ(Mp3Tables::bandTable[7][i], Mp3Tables::bandTable[5][i]);
-    }
-    const int16_t longEnd[] = { 476, 566, 568, 570, 572, 574, 576 };
-    for (int i = 0; i < 7; ++i)
-        EXPECT_EQ(Mp3Tables::bandTable[8][16 + i], longEnd[i]);
-    const int16_t shortWidths[] = { 8, 8, 8, 12, 16, 20, 24, 28, 36, 2, 2, 2, 26 };
-    for (int i = 0; i < 13; ++i)
-        EXPECT_EQ(Mp3Tables::bandTable[8][Mp3Tables::shortWidths + i], shortWidths[i]);
 }
 
 /** How often each line of the spectrum is written by a map, and checks of each record's shape. */
