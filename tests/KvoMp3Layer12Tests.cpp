@@ -144,20 +144,24 @@ struct Output
 };
 
 //==============================================================================
-// Layer I frames from chosen allocations, scale factors and sample codes.
+// Frames from chosen allocations, scale factors and sample codes. Layer I uses the first
+// scale factor and code of each sub-band, codes[s] for its twelve samples; Layer II, built on
+// the decoder's own allocation table (whose content the fixtures prove), has codes[g] for its
+// granules, a grouped code in [0] or plain codes in [0..2].
 
-struct Layer1Content
+struct FrameContent
 {
     Mp3FrameHeader header;
     int allocation[2][32] = {};
-    int scaleFactor[2][32] = {};
-    uint32_t codes[12][2][32] = {};
+    int selection[2][32] = {};
+    int scaleFactor[2][32][3] = {};
+    uint32_t codes[12][2][32][3] = {};
 
     int Bound() const { return header.mode == 1 ? header.modeExtension * 4 + 4 : 32; }
     int Channels() const { return header.numChannels; }
 };
 
-std::vector<uint8_t> WriteLayer1(const Layer1Content& f)
+std::vector<uint8_t> WriteLayer1(const FrameContent& f)
 {
     BitWriter w;
     for (int sb = 0; sb < 32; ++sb)
@@ -166,19 +170,19 @@ std::vector<uint8_t> WriteLayer1(const Layer1Content& f)
     for (int sb = 0; sb < 32; ++sb)
         for (int ch = 0; ch < f.Channels(); ++ch)
             if (f.allocation[ch][sb] != 0)
-                w.Put(uint32_t(f.scaleFactor[ch][sb]), 6);
+                w.Put(uint32_t(f.scaleFactor[ch][sb][0]), 6);
     for (int s = 0; s < 12; ++s)
         for (int sb = 0; sb < 32; ++sb)
             for (int ch = 0; ch < (sb < f.Bound() ? f.Channels() : 1); ++ch)
                 if (f.allocation[ch][sb] != 0)
-                    w.Put(f.codes[s][ch][sb], f.allocation[ch][sb] + 1);
+                    w.Put(f.codes[s][ch][sb][0], f.allocation[ch][sb] + 1);
     return w.bytes;
 }
 
 /** Random allocations (0 to maxAllocation), scale factors and codes; joint stereo shares above the bound. */
-Layer1Content RandomLayer1(std::mt19937& random, int mode, int modeExtension, uint32_t maxAllocation = 14)
+FrameContent RandomLayer1(std::mt19937& random, int mode, int modeExtension, uint32_t maxAllocation = 14)
 {
-    Layer1Content f;
+    FrameContent f;
     f.header = Header(1, mode, modeExtension);
     for (int sb = 0; sb < 32; ++sb)
         for (int ch = 0; ch < f.Channels(); ++ch)
@@ -186,53 +190,25 @@ Layer1Content RandomLayer1(std::mt19937& random, int mode, int modeExtension, ui
             const bool shared = ch == 1 && sb >= f.Bound();
             f.allocation[ch][sb] = shared ? f.allocation[0][sb] : int(random() % (maxAllocation + 1));
             // Scale factors from 9 (0.25) keep the sum of 32 bands near full scale.
-            f.scaleFactor[ch][sb] = f.allocation[ch][sb] != 0 ? 9 + int(random() % 54) : 0;
+            f.scaleFactor[ch][sb][0] = f.allocation[ch][sb] != 0 ? 9 + int(random() % 54) : 0;
             for (int s = 0; s < 12; ++s)
             {
                 const uint32_t limit = 1u << (f.allocation[ch][sb] + 1);
-                f.codes[s][ch][sb] = shared ? f.codes[s][0][sb] : uint32_t(random() % (limit - 1));
+                f.codes[s][ch][sb][0] = shared ? f.codes[s][0][sb][0] : uint32_t(random() % (limit - 1));
             }
         }
     return f;
 }
 
 /** Sub-band values of one channel and row, straight from the standard's requantisation. */
-void Layer1Subbands(const Layer1Content& f, int s, int ch, double* out)
+void Layer1Subbands(const FrameContent& f, int s, int ch, double* out)
 {
     for (int sb = 0; sb < 32; ++sb)
     {
         const int a = f.allocation[ch][sb];
-        out[sb] = a == 0 ? 0.0 : Requantise(f.codes[s][ch][sb], (1 << (a + 1)) - 1) * ScaleFactor(f.scaleFactor[ch][sb]);
+        out[sb] = a == 0 ? 0.0 : Requantise(f.codes[s][ch][sb][0], (1 << (a + 1)) - 1) * ScaleFactor(f.scaleFactor[ch][sb][0]);
     }
 }
-
-/** The direct decode of one channel of a run of frames. */
-std::vector<double> Layer1Reference(const std::vector<Layer1Content>& contents, int ch)
-{
-    ReferenceSynthesis synthesis;
-    std::vector<double> expected;
-    for (const Layer1Content& c : contents)
-        for (int s = 0; s < 12; ++s)
-        {
-            double subbands[32];
-            Layer1Subbands(c, s, ch, subbands);
-            synthesis.Row(subbands, expected);
-        }
-    return expected;
-}
-
-//==============================================================================
-// Layer II frames, built on the decoder's own allocation table (whose content the fixtures
-// prove) so that tests can choose allocations and codes.
-
-struct Layer2Content
-{
-    Mp3FrameHeader header;
-    int allocation[2][32] = {};
-    int selection[2][32] = {};
-    int scaleFactor[2][32][3] = {};
-    uint32_t codes[12][2][32][3] = {}; ///< a grouped code sits in [0], plain codes in [0..2]
-};
 
 const int16_t* AllocationPairs(const Layer2AllocationTable& table, int subband)
 {
@@ -242,7 +218,7 @@ const int16_t* AllocationPairs(const Layer2AllocationTable& table, int subband)
     return p;
 }
 
-std::vector<uint8_t> WriteLayer2(const Layer2Content& f)
+std::vector<uint8_t> WriteLayer2(const FrameContent& f)
 {
     const Layer2AllocationTable& table = GetLayer2AllocationTable(ChooseLayer2AllocationTable(f.header));
     const int channels = f.header.numChannels;
@@ -276,6 +252,96 @@ std::vector<uint8_t> WriteLayer2(const Layer2Content& f)
     return w.bytes;
 }
 
+/** Steps of allocation a of a sub-band, from its (bits, d) pair. */
+int Steps(const int16_t* pair)
+{
+    return pair[1] > 0 ? pair[1] : (1 << pair[0]) - 1;
+}
+
+/** Layer II content with random allocations, selections, scale factors and codes. */
+FrameContent RandomLayer2(std::mt19937& random, const Mp3FrameHeader& header)
+{
+    FrameContent f;
+    f.header = header;
+    const Layer2AllocationTable& table = GetLayer2AllocationTable(ChooseLayer2AllocationTable(header));
+    const int bound = header.mode == 1 ? header.modeExtension * 4 + 4 : 32;
+    for (int sb = 0; sb < table.subbands; ++sb)
+        for (int ch = 0; ch < header.numChannels; ++ch)
+        {
+            const bool shared = ch == 1 && sb >= bound;
+            const int16_t* pairs = AllocationPairs(table, sb);
+            const int a = shared ? f.allocation[0][sb] : int(random() % (1u << pairs[0]));
+            f.allocation[ch][sb] = a;
+            f.selection[ch][sb] = int(random() % 4);
+            for (int& s : f.scaleFactor[ch][sb])
+                s = 9 + int(random() % 54);
+            // Selections that share factors carry them so that the direct computation agrees.
+            int* s = f.scaleFactor[ch][sb];
+            if (f.selection[ch][sb] == 1) s[1] = s[0];
+            if (f.selection[ch][sb] == 2) s[1] = s[2] = s[0];
+            if (f.selection[ch][sb] == 3) s[2] = s[1];
+            if (a == 0)
+                continue;
+            const int16_t* pair = pairs + 2 * a;
+            for (int g = 0; g < 12; ++g)
+                for (int i = 0; i < 3; ++i)
+                {
+                    const uint32_t limit = pair[1] > 0 ? uint32_t(pair[1] * pair[1] * pair[1]) : (1u << pair[0]) - 1;
+                    f.codes[g][ch][sb][i] = shared ? f.codes[g][0][sb][i] : uint32_t(random() % limit);
+                }
+        }
+    return f;
+}
+
+/** The three sub-band rows of granule g of one channel, by the standard's requantisation. */
+void Layer2Subbands(const FrameContent& f, int g, int ch, double (*rows)[32])
+{
+    const Layer2AllocationTable& table = GetLayer2AllocationTable(ChooseLayer2AllocationTable(f.header));
+    const int bound = f.header.mode == 1 ? f.header.modeExtension * 4 + 4 : 32;
+    for (int sb = 0; sb < 32; ++sb)
+    {
+        const int a = sb < table.subbands ? f.allocation[ch][sb] : 0;
+        for (int r = 0; r < 3; ++r)
+            rows[r][sb] = 0.0;
+        if (a == 0)
+            continue;
+        const int codeChannel = sb >= bound ? 0 : ch;
+        const int16_t* pair = AllocationPairs(table, sb) + 2 * a;
+        const int steps = Steps(pair);
+        for (int r = 0; r < 3; ++r)
+        {
+            uint32_t value = f.codes[g][codeChannel][sb][r];
+            if (pair[1] > 0) // degroup: the first sample is the lowest digit
+            {
+                value = f.codes[g][codeChannel][sb][0];
+                for (int i = 0; i < r; ++i)
+                    value /= uint32_t(steps);
+                value %= uint32_t(steps);
+            }
+            rows[r][sb] = Requantise(value, steps) * ScaleFactor(f.scaleFactor[ch][sb][g / 4]);
+        }
+    }
+}
+
+/** The direct decode of one channel of a run of frames of either layer. */
+std::vector<double> Reference(const std::vector<FrameContent>& contents, int ch)
+{
+    ReferenceSynthesis synthesis;
+    std::vector<double> expected;
+    for (const FrameContent& c : contents)
+        for (int g = 0; g < 12; ++g)
+        {
+            double rows[3][32];
+            if (c.header.layer == 1)
+                Layer1Subbands(c, g, ch, rows[0]);
+            else
+                Layer2Subbands(c, g, ch, rows);
+            for (int r = 0; r < (c.header.layer == 1 ? 1 : 3); ++r)
+                synthesis.Row(rows[r], expected);
+        }
+    return expected;
+}
+
 Output Decode(const std::vector<FrameInput*>& frames, int layer)
 {
     Output out;
@@ -297,12 +363,6 @@ Output Decode(const std::vector<FrameInput*>& frames, int layer)
 
 //==============================================================================
 // Tables
-
-/** Steps of allocation a of a sub-band, from its (bits, d) pair. */
-int Steps(const int16_t* pair)
-{
-    return pair[1] > 0 ? pair[1] : (1 << pair[0]) - 1;
-}
 
 TEST(Layer12Tables, AllocationTablesHoldTheStandardsQuantisers)
 {
@@ -374,21 +434,22 @@ TEST(Layer12Tables, TableChoiceByRateChannelsAndBitrate)
 }
 
 //==============================================================================
-// Layer I frames against the direct computation
+// Frames against the direct computation
 
 /** Decodes frames of content and checks each channel against the direct computation. */
-void CheckLayer1(const std::vector<Layer1Content>& contents, ErrorFigures& worst)
+void CheckFrames(const std::vector<FrameContent>& contents, ErrorFigures& worst)
 {
+    const int layer = contents.front().header.layer;
     std::vector<FrameInput> inputs;
     inputs.reserve(contents.size());
-    for (const Layer1Content& c : contents)
-        inputs.emplace_back(c.header, WriteLayer1(c));
+    for (const FrameContent& c : contents)
+        inputs.emplace_back(c.header, layer == 1 ? WriteLayer1(c) : WriteLayer2(c));
     std::vector<FrameInput*> frames;
     for (FrameInput& i : inputs)
         frames.push_back(&i);
-    const Output out = Decode(frames, 1);
-    // Each frame reads exactly its allocations, scale factors and codes, shared ones once.
-    for (size_t i = 0; i < contents.size(); ++i)
+    const Output out = Decode(frames, layer);
+    // Each Layer I frame reads exactly its allocations, scale factors and codes, shared ones once.
+    for (size_t i = 0; layer == 1 && i < contents.size(); ++i)
     {
         int bits = 0;
         for (int sb = 0; sb < 32; ++sb)
@@ -402,27 +463,37 @@ void CheckLayer1(const std::vector<Layer1Content>& contents, ErrorFigures& worst
     const int channels = contents.front().Channels();
     for (int ch = 0; ch < channels; ++ch)
     {
-        const std::vector<double> expected = Layer1Reference(contents, ch);
+        const std::vector<double> expected = Reference(contents, ch);
         ASSERT_EQ(out.channels[ch].size(), expected.size());
         ExpectAccurate(expected, out.channels[ch].data(), ch, worst);
     }
 }
 
-TEST(Layer1Frames, MatchTheDirectComputation)
+TEST(Layer12Frames, MatchTheDirectComputation)
 {
     std::mt19937 random(20261123);
-    struct Mode { int mode; int extension; const char* name; };
-    const Mode modes[] = {{3, 0, "mono"}, {0, 0, "stereo"}, {2, 0, "dual channel"}, {1, 0, "joint bound 4"},
-                          {1, 1, "joint bound 8"}, {1, 2, "joint bound 12"}, {1, 3, "joint bound 16"}};
-    for (const Mode& m : modes)
+    struct Case { int layer; int mode; int extension; int rate; int bitrate; const char* name; };
+    const Case cases[] = {
+        {1, 3, 0, 1, 10, "I mono"},                        {1, 0, 0, 1, 10, "I stereo"},
+        {1, 2, 0, 1, 10, "I dual channel"},                {1, 1, 0, 1, 10, "I joint bound 4"},
+        {1, 1, 1, 1, 10, "I joint bound 8"},               {1, 1, 2, 1, 10, "I joint bound 12"},
+        {1, 1, 3, 1, 10, "I joint bound 16"},              {2, 3, 0, 1, 6, "II mono 48 kHz table a"},
+        {2, 0, 0, 0, 10, "II stereo 44.1 kHz table b"},    {2, 3, 0, 0, 2, "II mono 44.1 kHz table c"},
+        {2, 0, 0, 2, 4, "II stereo 32 kHz table d"},       {2, 1, 0, 0, 10, "II joint bound 4 table b"},
+        {2, 1, 1, 1, 10, "II joint bound 8 table a"},      {2, 1, 2, 2, 4, "II joint bound 12 table d"},
+        {2, 1, 3, 0, 4, "II joint bound 16 table c"},      {2, 1, 3, 4, 8, "II joint bound 16 low rate"},
+        {2, 3, 0, 5, 4, "II mono 16 kHz low rate"},
+    };
+    for (const Case& c : cases)
     {
-        SCOPED_TRACE(m.name);
-        std::vector<Layer1Content> frames;
-        for (int i = 0; i < 4; ++i)
-            frames.push_back(RandomLayer1(random, m.mode, m.extension));
+        SCOPED_TRACE(c.name);
+        const Mp3FrameHeader header = Header(c.layer, c.mode, c.extension, c.rate, c.bitrate);
+        std::vector<FrameContent> contents;
+        for (int i = 0; i < 3; ++i)
+            contents.push_back(c.layer == 1 ? RandomLayer1(random, c.mode, c.extension) : RandomLayer2(random, header));
         ErrorFigures worst;
-        CheckLayer1(frames, worst);
-        PrintFigures("layer I", m.name, worst);
+        CheckFrames(contents, worst);
+        PrintFigures("frames", c.name, worst);
     }
 }
 
@@ -430,23 +501,23 @@ TEST(Layer1Frames, ExtremeCodesAndTheLargestAllocation)
 {
     // Allocation 15 (16-bit codes), the lowest, highest and middle codes of every width, and
     // scale factors kept low enough that 32 bands of extreme steps stay near full scale.
-    Layer1Content f;
+    FrameContent f;
     f.header = Header(1, 3, 0);
     for (int sb = 0; sb < 32; ++sb)
     {
         f.allocation[0][sb] = 1 + sb % 15;
-        f.scaleFactor[0][sb] = 12 + sb % 40;
+        f.scaleFactor[0][sb][0] = 12 + sb % 40;
         for (int s = 0; s < 12; ++s)
-            f.codes[s][0][sb] = (s % 3 == 0) ? 0 : (s % 3 == 1) ? (1u << (f.allocation[0][sb] + 1)) - 2 : 1u << f.allocation[0][sb];
+            f.codes[s][0][sb][0] = (s % 3 == 0) ? 0 : (s % 3 == 1) ? (1u << (f.allocation[0][sb] + 1)) - 2 : 1u << f.allocation[0][sb];
     }
     ErrorFigures worst;
-    CheckLayer1({f, f}, worst);
+    CheckFrames({f, f}, worst);
 }
 
 TEST(Layer1Frames, ChannelSelection)
 {
     std::mt19937 random(99);
-    const Layer1Content content = RandomLayer1(random, 0, 0);
+    const FrameContent content = RandomLayer1(random, 0, 0);
     const std::vector<uint8_t> body = WriteLayer1(content);
     FrameInput both(content.header, body);
     const Output stereo = Decode({&both}, 1);
@@ -478,7 +549,7 @@ TEST(Layer12Frames, AllocationsOfZeroGiveSilenceAndReadNoSampleBits)
         for (int mode : {3, 0, 1})
         {
             const Mp3FrameHeader header = Header(layer, mode, 1, 1, mode == 3 ? 6 : 10);
-            std::vector<uint8_t> body = layer == 1 ? WriteLayer1(Layer1Content{header}) : WriteLayer2(Layer2Content{header});
+            std::vector<uint8_t> body = layer == 1 ? WriteLayer1(FrameContent{header}) : WriteLayer2(FrameContent{header});
             body.resize(body.size() + 600, 0xFF); // what follows must stay unread
             FrameInput input(header, body);
             const Output out = Decode({&input}, layer);
@@ -496,7 +567,7 @@ TEST(Layer12Frames, AllocationsOfZeroGiveSilenceAndReadNoSampleBits)
 /** One sub-band with 3-level grouped codes; every other sub-band silent. */
 Output DecodeGrouped(uint32_t code)
 {
-    Layer2Content f;
+    FrameContent f;
     f.header = Header(2, 3, 0, 1, 6);
     f.allocation[0][5] = 1; // 3 levels in every table a sub-band
     f.selection[0][5] = 2;
@@ -521,115 +592,6 @@ TEST(Layer2Frames, GroupedCodesPastTheTableGiveZeros)
     EXPECT_TRUE(std::all_of(middle.channels[0].begin(), middle.channels[0].end(), [](float s) { return s == 0.0f; }));
     const Output top = DecodeGrouped(26);
     EXPECT_TRUE(std::any_of(top.channels[0].begin(), top.channels[0].end(), [](float s) { return s != 0.0f; }));
-}
-
-/** Layer II content with random allocations, selections, scale factors and codes. */
-Layer2Content RandomLayer2(std::mt19937& random, const Mp3FrameHeader& header)
-{
-    Layer2Content f;
-    f.header = header;
-    const Layer2AllocationTable& table = GetLayer2AllocationTable(ChooseLayer2AllocationTable(header));
-    const int bound = header.mode == 1 ? header.modeExtension * 4 + 4 : 32;
-    for (int sb = 0; sb < table.subbands; ++sb)
-        for (int ch = 0; ch < header.numChannels; ++ch)
-        {
-            const bool shared = ch == 1 && sb >= bound;
-            const int16_t* pairs = AllocationPairs(table, sb);
-            const int a = shared ? f.allocation[0][sb] : int(random() % (1u << pairs[0]));
-            f.allocation[ch][sb] = a;
-            f.selection[ch][sb] = int(random() % 4);
-            for (int& s : f.scaleFactor[ch][sb])
-                s = 9 + int(random() % 54);
-            // Selections that share factors carry them so that the direct computation agrees.
-            int* s = f.scaleFactor[ch][sb];
-            if (f.selection[ch][sb] == 1) s[1] = s[0];
-            if (f.selection[ch][sb] == 2) s[1] = s[2] = s[0];
-            if (f.selection[ch][sb] == 3) s[2] = s[1];
-            if (a == 0)
-                continue;
-            const int16_t* pair = pairs + 2 * a;
-            for (int g = 0; g < 12; ++g)
-                for (int i = 0; i < 3; ++i)
-                {
-                    const uint32_t limit = pair[1] > 0 ? uint32_t(pair[1] * pair[1] * pair[1]) : (1u << pair[0]) - 1;
-                    f.codes[g][ch][sb][i] = shared ? f.codes[g][0][sb][i] : uint32_t(random() % limit);
-                }
-        }
-    return f;
-}
-
-/** The three sub-band rows of granule g of one channel, by the standard's requantisation. */
-void Layer2Subbands(const Layer2Content& f, int g, int ch, double (*rows)[32])
-{
-    const Layer2AllocationTable& table = GetLayer2AllocationTable(ChooseLayer2AllocationTable(f.header));
-    const int bound = f.header.mode == 1 ? f.header.modeExtension * 4 + 4 : 32;
-    for (int sb = 0; sb < 32; ++sb)
-    {
-        const int a = sb < table.subbands ? f.allocation[ch][sb] : 0;
-        for (int r = 0; r < 3; ++r)
-            rows[r][sb] = 0.0;
-        if (a == 0)
-            continue;
-        const int codeChannel = sb >= bound ? 0 : ch;
-        const int16_t* pair = AllocationPairs(table, sb) + 2 * a;
-        const int steps = Steps(pair);
-        for (int r = 0; r < 3; ++r)
-        {
-            uint32_t value = f.codes[g][codeChannel][sb][r];
-            if (pair[1] > 0) // degroup: the first sample is the lowest digit
-            {
-                value = f.codes[g][codeChannel][sb][0];
-                for (int i = 0; i < r; ++i)
-                    value /= uint32_t(steps);
-                value %= uint32_t(steps);
-            }
-            rows[r][sb] = Requantise(value, steps) * ScaleFactor(f.scaleFactor[ch][sb][g / 4]);
-        }
-    }
-}
-
-TEST(Layer2Frames, MatchTheDirectComputation)
-{
-    std::mt19937 random(1152);
-    struct Case { int mode; int extension; int rate; int bitrate; const char* name; };
-    const Case cases[] = {
-        {3, 0, 1, 6, "mono 48 kHz table a"},         {0, 0, 0, 10, "stereo 44.1 kHz table b"},
-        {3, 0, 0, 2, "mono 44.1 kHz table c"},       {0, 0, 2, 4, "stereo 32 kHz table d"},
-        {1, 0, 0, 10, "joint bound 4 table b"},      {1, 1, 1, 10, "joint bound 8 table a"},
-        {1, 2, 2, 4, "joint bound 12 table d"},      {1, 3, 0, 4, "joint bound 16 table c"},
-        {1, 3, 4, 8, "joint bound 16 low rate"},     {3, 0, 5, 4, "mono 16 kHz low rate"},
-    };
-    for (const Case& c : cases)
-    {
-        SCOPED_TRACE(c.name);
-        const Mp3FrameHeader header = Header(2, c.mode, c.extension, c.rate, c.bitrate);
-        std::vector<Layer2Content> contents;
-        std::vector<FrameInput> inputs;
-        inputs.reserve(3);
-        for (int i = 0; i < 3; ++i)
-        {
-            contents.push_back(RandomLayer2(random, header));
-            inputs.emplace_back(header, WriteLayer2(contents.back()));
-        }
-        const Output out = Decode({&inputs[0], &inputs[1], &inputs[2]}, 2);
-        ErrorFigures worst;
-        for (int ch = 0; ch < header.numChannels; ++ch)
-        {
-            ReferenceSynthesis synthesis;
-            std::vector<double> expected;
-            for (const Layer2Content& content : contents)
-                for (int g = 0; g < 12; ++g)
-                {
-                    double rows[3][32];
-                    Layer2Subbands(content, g, ch, rows);
-                    for (const double* row : rows)
-                        synthesis.Row(row, expected);
-                }
-            ASSERT_EQ(out.channels[ch].size(), expected.size());
-            ExpectAccurate(expected, out.channels[ch].data(), ch, worst);
-        }
-        PrintFigures("layer II", c.name, worst);
-    }
 }
 
 TEST(Layer12Frames, DamagedFramesStayInBounds)
@@ -665,8 +627,7 @@ std::string DataPath(const std::string& name)
 
 std::vector<float> ReadFloats(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
-    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::string bytes = testing::ReadWholeFile(path);
     std::vector<float> values(bytes.size() / 4);
     std::memcpy(values.data(), bytes.data(), values.size() * 4);
     return values;
@@ -701,10 +662,10 @@ FileSamples ReadAll(AudioFileReader& reader, uint64_t numSamples)
     Layer I frames at 448 kbit/s and 32 kHz (672 bytes each), header and, with crc, a CRC
     word that nothing checks; the bytes behind the samples are zeros.
 */
-std::string Layer1File(const std::vector<Layer1Content>& frames, bool crc)
+std::string Layer1File(const std::vector<FrameContent>& frames, bool crc)
 {
     std::string bytes;
-    for (const Layer1Content& f : frames)
+    for (const FrameContent& f : frames)
     {
         std::string frame = {char(0xFF), char(crc ? 0xFE : 0xFF), char(0xE8), char(f.header.mode << 6 | f.header.modeExtension << 4)};
         if (crc)
@@ -718,11 +679,6 @@ std::string Layer1File(const std::vector<Layer1Content>& frames, bool crc)
     return bytes;
 }
 
-void WriteFile(const std::string& path, const std::string& bytes)
-{
-    std::ofstream(path, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
-}
-
 TEST(Layer1Files, ReportThreeTimesTheirLengthAndDecodeLikeTheDirectComputation)
 {
     testing::TemporaryFolder folder;
@@ -731,11 +687,11 @@ TEST(Layer1Files, ReportThreeTimesTheirLengthAndDecodeLikeTheDirectComputation)
     for (const Kind& k : {Kind{3, 0, false, "mono"}, Kind{1, 1, true, "joint stereo, CRC"}, Kind{0, 0, false, "stereo"}})
     {
         SCOPED_TRACE(k.name);
-        std::vector<Layer1Content> contents;
+        std::vector<FrameContent> contents;
         for (int i = 0; i < 5; ++i)
             contents.push_back(RandomLayer1(random, k.mode, k.extension, 3));
         const std::string path = folder / "layer1.mp3";
-        WriteFile(path, Layer1File(contents, k.crc));
+        testing::WriteWholeFile(path, Layer1File(contents, k.crc));
         ::testing::internal::CaptureStderr();
         auto reader = AudioFileReader::CreateReaderFor(File(String(path)));
         ::testing::internal::GetCapturedStderr();
@@ -749,7 +705,7 @@ TEST(Layer1Files, ReportThreeTimesTheirLengthAndDecodeLikeTheDirectComputation)
         ErrorFigures worst;
         for (int ch = 0; ch < int(reader->getNumChannels()); ++ch)
         {
-            const std::vector<double> expected = Layer1Reference(contents, ch);
+            const std::vector<double> expected = Reference(contents, ch);
             ASSERT_EQ(expected.size(), 5u * 384u);
             ExpectAccurate(expected, read.channels[size_t(ch)].data(), ch, worst);
             const auto& rest = read.channels[size_t(ch)];
@@ -883,7 +839,7 @@ TEST(Layer12Files, DamagedStreamsNeverFail)
     // middle, and a Layer I file likewise: each opens or is refused, and reads to its end.
     std::mt19937 random(2026);
     std::mt19937 layer1Random(11);
-    std::vector<Layer1Content> layer1;
+    std::vector<FrameContent> layer1;
     for (int i = 0; i < 4; ++i)
         layer1.push_back(RandomLayer1(layer1Random, 1, 2, 3));
     std::vector<std::string> sources = {Layer1File(layer1, true)};
