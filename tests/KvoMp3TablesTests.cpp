@@ -331,32 +331,5 @@ TEST(Mp3FactorTables, AntialiasButterfliesAreRotations)
     EXPECT_NEAR(tables.antialiasCa[7] / tables.antialiasCs[7], -0.0037, 1e-7);
 }
 
-TEST(Mp3FactorTables, IntensityRatios)
-{
-    const float root2 = float(std::sqrt(2.0));
-    // is_pos 0: all on the right; 3: even; 6: all on the left.
-    EXPECT_FLOAT_EQ(tables.intensityLeft[0][0], 0.0f);
-    EXPECT_FLOAT_EQ(tables.intensityRight[0][0], 1.0f);
-    EXPECT_FLOAT_EQ(tables.intensityLeft[0][3], 0.5f);
-    EXPECT_FLOAT_EQ(tables.intensityRight[0][3], 0.5f);
-    EXPECT_FLOAT_EQ(tables.intensityLeft[0][6], 1.0f);
-    EXPECT_NEAR(tables.intensityRight[0][6], 0.0f, 1e-7f);
-    for (int i = 0; i < 16; ++i)
-    {
-        EXPECT_FLOAT_EQ(tables.intensityLeft[1][i], tables.intensityLeft[0][i] * root2);
-        EXPECT_FLOAT_EQ(tables.intensityRight[1][i], tables.intensityRight[0][i] * root2);
-    }
-    // Low rates: odd positions scale the left channel, even ones the right, by 2^(-(j+1)/4) steps.
-    EXPECT_EQ(tables.intensityLowLeft[0][0][0], 1.0f);
-    EXPECT_EQ(tables.intensityLowRight[0][0][0], 1.0f);
-    EXPECT_FLOAT_EQ(tables.intensityLowLeft[0][0][1], float(std::pow(2.0, -0.25)));
-    EXPECT_EQ(tables.intensityLowRight[0][0][1], 1.0f);
-    EXPECT_EQ(tables.intensityLowLeft[0][0][2], 1.0f);
-    EXPECT_FLOAT_EQ(tables.intensityLowRight[0][0][2], float(std::pow(2.0, -0.25)));
-    EXPECT_FLOAT_EQ(tables.intensityLowLeft[0][1][15], float(std::pow(2.0, -0.5 * 8)));
-    EXPECT_FLOAT_EQ(tables.intensityLowRight[0][1][14], float(std::pow(2.0, -0.5 * 7)));
-    EXPECT_FLOAT_EQ(tables.intensityLowRight[1][1][14], float(std::pow(2.0, -0.5 * 7) * std::sqrt(2.0)));
-}
-
 } // namespace
 } // namespace kvo
