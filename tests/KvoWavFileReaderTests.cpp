@@ -82,22 +82,6 @@ using Channels = std::vector<std::vector<float>>;
 // ---------------------------------------------------------------------------------------
 // Sample formats
 
-TEST_F(WavFileReaderTest, Pcm16StereoHeaderAndSamples)
-{
-    auto reader = Open(Wav16(2, { 0, -32768, 32767, 16384, -1, 1 }));
-    ASSERT_TRUE(reader);
-    const AudioFilesMetadata& m = reader->getMetadata();
-    EXPECT_EQ(m.sampleRate, 44100.0);
-    EXPECT_EQ(m.bitsPerSample, 16u);
-    EXPECT_EQ(m.numSamples, 3u);
-    EXPECT_FALSE(m.isFloat || m.isRf64 || m.isW64);
-    EXPECT_EQ(reader->getDataStart(), 44);
-    EXPECT_EQ(reader->getDataSize(), 12);
-    EXPECT_EQ(Read(*reader, 0, 3), (Channels { { 0.0f, 32767 / 32768.0f, -1 / 32768.0f },
-                                               { -1.0f, 0.5f, 1 / 32768.0f } }));
-    EXPECT_EQ(Read(*reader, 2, 1), (Channels { { -1 / 32768.0f }, { 1 / 32768.0f } }));
-}
-
 TEST_F(WavFileReaderTest, EveryWidthAndFormatTag)
 {
     struct Case
@@ -111,6 +95,8 @@ TEST_F(WavFileReaderTest, EveryWidthAndFormatTag)
     };
     const std::string halves = Bytes().U32(0x40000000).U32(0xC0000000);
     const std::vector<Case> cases = {
+        {"16-bit stereo", Fmt(1, 2, 44100, 16), Pcm16({0, -32768, 32767, 16384, -1, 1}), 16, false,
+         {{0.0f, 32767 / 32768.0f, -1 / 32768.0f}, {-1.0f, 0.5f, 1 / 32768.0f}}},
         {"8-bit unsigned", Fmt(1, 1, 8000, 8), std::string("\x00\x80\xFF\x40", 4), 8, false,
          {{-1.0f, 0.0f, 127 / 128.0f, -0.5f}}},
         {"24-bit", Fmt(1, 1, 48000, 24), Bytes().U24(0x800000).U24(0x7FFFFF).U24(0xFFFFFF).U24(0x400000), 24, false,
@@ -136,7 +122,15 @@ TEST_F(WavFileReaderTest, EveryWidthAndFormatTag)
         EXPECT_EQ(reader->getMetadata().bitsPerSample, c.bits) << c.name;
         EXPECT_EQ(Read(*reader, 0, c.expected[0].size()), c.expected) << c.name;
         EXPECT_EQ(reader->isAmbisonic(), std::string(c.name) == "extensible ambisonic") << c.name;
+        EXPECT_FALSE(reader->getMetadata().isRf64 || reader->getMetadata().isW64) << c.name;
     }
+    // The canonical layout: samples from byte 44, a frame count from the data size.
+    auto reader = Open(Wav16(2, {0, 1, 2, 3, 4, 5}));
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(reader->getDataStart(), 44);
+    EXPECT_EQ(reader->getDataSize(), 12);
+    EXPECT_EQ(reader->getNumSamples(), 3u);
+    EXPECT_EQ(reader->getMetadata().sampleRate, 44100.0);
 }
 
 TEST_F(WavFileReaderTest, UnreadableFormatsOpenWithNoSamples)
