@@ -564,13 +564,13 @@ TEST(Layer12Frames, AllocationsOfZeroGiveSilenceAndReadNoSampleBits)
 }
 
 /** One sub-band with 3-level grouped codes; every other sub-band silent. */
-Output DecodeGrouped(uint32_t code)
+Output DecodeGrouped(uint32_t code, int scaleFactor = 9)
 {
     FrameContent f;
     f.header = Header(2, 3, 0, 1, 6);
     f.allocation[0][5] = 1; // 3 levels in every table a sub-band
     f.selection[0][5] = 2;
-    f.scaleFactor[0][5][0] = f.scaleFactor[0][5][1] = f.scaleFactor[0][5][2] = 9;
+    f.scaleFactor[0][5][0] = f.scaleFactor[0][5][1] = f.scaleFactor[0][5][2] = scaleFactor;
     for (auto& g : f.codes)
         g[0][5][0] = code;
     FrameInput input(f.header, WriteLayer2(f));
@@ -591,6 +591,9 @@ TEST(Layer2Frames, GroupedCodesPastTheTableGiveZeros)
     EXPECT_TRUE(std::all_of(middle.channels[0].begin(), middle.channels[0].end(), [](float s) { return s == 0.0f; }));
     const Output top = DecodeGrouped(26);
     EXPECT_TRUE(std::any_of(top.channels[0].begin(), top.channels[0].end(), [](float s) { return s != 0.0f; }));
+    // Scale factor index 63, which the standard leaves undefined, silences the band.
+    const Output undefined = DecodeGrouped(26, 63);
+    EXPECT_TRUE(std::all_of(undefined.channels[0].begin(), undefined.channels[0].end(), [](float s) { return s == 0.0f; }));
 }
 
 TEST(Layer12Frames, DamagedFramesStayInBounds)
@@ -761,6 +764,7 @@ std::pair<uint64_t, double> ExpectMatchesReference(const std::string& name, cons
     auto reader = AudioFileReader::CreateReaderFor(File(String(AsMp3(folder, DataPath(name + ".mp2"), "in.mp3"))));
     EXPECT_TRUE(reader);
     EXPECT_FALSE(reference.empty());
+    EXPECT_EQ(reader ? reader->getNumChannels() : 0u, channels);
     if (!reader || reader->getNumChannels() != channels || reference.empty())
         return {0, 0.0};
     const size_t points = reference.size() / channels;
