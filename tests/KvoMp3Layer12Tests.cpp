@@ -1,7 +1,7 @@
-// MPEG audio Layers I and II: the factor, group and bit allocation tables; frames built bit by
-// bit in the tests and checked against a plain double-precision decoder written here from
-// the standard's formulas (dequantisation, matrixing, the published synthesis window);
-// Layer II files of twolame and ffmpeg against mpg123's decodes; joins; damaged frames.
+// MPEG audio Layers I and II: the bit allocation tables; frames built bit by bit in the tests
+// and checked against a plain double-precision decoder from the standard's formulas (the
+// requantisation here, the synthesis in KvoMp3Reference.h); Layer II files of twolame and
+// ffmpeg against mpg123's decodes; joins; damaged frames.
 
 #include <algorithm>
 #include <cmath>
