@@ -57,10 +57,11 @@ inline uint64_t Steering(const uint8_t* data, size_t size)
 
 /**
     Opens the bytes as a file named with extension, through the reader factory, then reads
-    from the start in blocks and at a few positions picked from the input. Refusals by
-    Exception are the expected way out; anything else reaches the fuzzer.
+    from the start in blocks, up to maxFrames, and at a few positions picked from the input.
+    Refusals by Exception are the expected way out; anything else reaches the fuzzer.
 */
-inline void ReadAsAudioFile(const uint8_t* data, size_t size, const std::string& extension)
+inline void ReadAsAudioFile(const uint8_t* data, size_t size, const std::string& extension,
+                            uint64_t maxFrames = 64 * 4096)
 {
     Quiet();
     const File file = WriteInputFile(data, size, extension);
@@ -74,7 +75,7 @@ inline void ReadAsAudioFile(const uint8_t* data, size_t size, const std::string&
         AudioBuffer<float> buffer(reader->getNumChannels(), blockFrames);
         const uint64_t numSamples = reader->getNumSamples();
         // A header may claim far more frames than the file holds: reading stops at a bound.
-        const uint64_t readable = std::min<uint64_t>(numSamples + 1, 64 * blockFrames);
+        const uint64_t readable = std::min<uint64_t>(numSamples + 1, maxFrames);
         for (uint64_t start = 0; start < readable; start += blockFrames)
             reader->readSamples(buffer, 0, std::min(blockFrames, readable - start), start);
 
