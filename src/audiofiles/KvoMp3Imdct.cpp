@@ -88,11 +88,19 @@ void imdct36(float* in, float* overlapIn, float* overlapOut, const float* window
     Accumulate<10>(even, sums, 2, matrices.longEven);
     Accumulate<9>(odd, sums + 1, 2, matrices.longOdd);
 
+    // Sums and differences over whole lanes first, then mirrored into place.
+    float plus[longLanes];
+    float minus[longLanes];
+    for (int lane = 0; lane < longLanes; ++lane)
+    {
+        plus[lane] = even[lane] + odd[lane];
+        minus[lane] = even[lane] - odd[lane];
+    }
     float values[36];
     for (int i = 0; i < longOutputs; ++i)
     {
-        values[i] = values[17 - i] = even[i] + odd[i];
-        values[18 + i] = values[35 - i] = even[i] - odd[i];
+        values[i] = values[17 - i] = plus[i];
+        values[18 + i] = values[35 - i] = minus[i];
     }
     for (int i = 0; i < 18; ++i)
     {

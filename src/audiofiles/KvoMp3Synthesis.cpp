@@ -49,25 +49,24 @@ inline void Recombine(const float* in, float* out) noexcept
 
 /**
     rows sums of 16 window x history products, the window rows 32 floats apart and the history
-    rows historyStep apart; negated when negate is set. The products are formed first and then
-    halved twice, so that every step is a plain loop over contiguous floats.
+    rows historyStep apart; negated when negate is set. Each row's products fold into four
+    lanes (k with k + 8, then with k + 4) in one loop over contiguous floats, and the lanes then
+    add in pairs: (0 + 2) + (1 + 3).
 */
 template <int rows, bool negate>
 inline void WindowRows(const float* window, const float* history, int historyStep, float* out) noexcept
 {
-    float products[rows][16];
-    for (int row = 0; row < rows; ++row)
-        for (int k = 0; k < 16; ++k)
-            products[row][k] = window[32 * row + k] * history[historyStep * row + k];
-    for (int row = 0; row < rows; ++row)
-        for (int k = 0; k < 8; ++k)
-            products[row][k] += products[row][k + 8];
-    for (int row = 0; row < rows; ++row)
-        for (int k = 0; k < 4; ++k)
-            products[row][k] += products[row][k + 4];
+    float lanes[rows][4];
     for (int row = 0; row < rows; ++row)
     {
-        const float sum = (products[row][0] + products[row][2]) + (products[row][1] + products[row][3]);
+        const float* w = window + 32 * row;
+        const float* h = history + historyStep * row;
+        for (int k = 0; k < 4; ++k)
+            lanes[row][k] = (w[k] * h[k] + w[k + 8] * h[k + 8]) + (w[k + 4] * h[k + 4] + w[k + 12] * h[k + 12]);
+    }
+    for (int row = 0; row < rows; ++row)
+    {
+        const float sum = (lanes[row][0] + lanes[row][2]) + (lanes[row][1] + lanes[row][3]);
         out[row] = negate ? -sum : sum;
     }
 }

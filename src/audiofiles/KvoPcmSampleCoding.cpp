@@ -1,5 +1,6 @@
 #include "audiofiles/KvoPcmSampleCoding.h"
 
+#include <bit>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -278,10 +279,17 @@ void PackWavSamples(int bitsPerSample, const int* const* channels, unsigned int 
             break;
         case 32:
             packFrames<4>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
-                b[0] = static_cast<uint8_t>(x);
-                b[1] = static_cast<uint8_t>(x >> 8);
-                b[2] = static_cast<uint8_t>(x >> 16);
-                b[3] = static_cast<uint8_t>(x >> 24);
+                // On a little-endian machine the word is already in file order: a plain
+                // copy lets the stereo loop become a vector interleave.
+                if constexpr (std::endian::native == std::endian::little)
+                    std::memcpy(b, &x, sizeof x);
+                else
+                {
+                    b[0] = static_cast<uint8_t>(x);
+                    b[1] = static_cast<uint8_t>(x >> 8);
+                    b[2] = static_cast<uint8_t>(x >> 16);
+                    b[3] = static_cast<uint8_t>(x >> 24);
+                }
             });
             break;
         default: break;
