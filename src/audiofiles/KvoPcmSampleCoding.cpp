@@ -7,8 +7,19 @@
 
 namespace kvo
 {
+
 namespace
 {
+
+/** x rounded to the nearest integer in the current rounding mode; unspecified when x does not fit. */
+inline int32_t RoundToInt32(float x) noexcept
+{
+#if defined(__GNUC__) && !defined(__clang__)
+    return __builtin_irintf(x); // with -fno-math-errno, a conversion instruction that vectorises
+#else
+    return static_cast<int32_t>(std::lrintf(x));
+#endif
+}
 
 // One decoder per stored form: each turns the bytes of one sample into a fixed-point value
 // (or the bits of a float). Unsigned arithmetic keeps the shifts of negative values defined.
@@ -117,11 +128,41 @@ void decodeChannel(int32_t* dest, const uint8_t* source, uint64_t stride, uint64
         dest[i] = Format::Decode(source + i * stride);
 }
 
+/** True when the byte ranges [a, a + aBytes) and [b, b + bBytes) do not overlap. */
+bool disjoint(const void* a, uint64_t aBytes, const void* b, uint64_t bBytes)
+{
+    const auto first = reinterpret_cast<uintptr_t>(a);
+    const auto second = reinterpret_cast<uintptr_t>(b);
+    return first + aBytes <= second || second + bBytes <= first;
+}
+
+/**
+    Both channels of stereo frames in one pass over the bytes, where the arrays lie apart
+    from the bytes: the common case of a reader's staging block.
+*/
+template <typename Format>
+bool decodeStereo(int32_t* left, int32_t* right, const uint8_t* bytes, uint64_t numFrames)
+{
+    const uint64_t sourceBytes = numFrames * 2 * Format::size;
+    const uint64_t destBytes = numFrames * sizeof(int32_t);
+    if (!disjoint(left, destBytes, bytes, sourceBytes) || !disjoint(right, destBytes, bytes, sourceBytes))
+        return false;
+    for (uint64_t i = 0; i < numFrames; ++i)
+    {
+        left[i] = Format::Decode(bytes + i * 2 * Format::size);
+        right[i] = Format::Decode(bytes + (i * 2 + 1) * Format::size);
+    }
+    return true;
+}
+
 template <typename Format>
 void decodeFrames(int** dest, uint64_t destStart, unsigned int numDestChannels, const char* source,
                   unsigned int numSourceChannels, uint64_t numFrames)
 {
     const auto* bytes = reinterpret_cast<const uint8_t*>(source);
+    if (numSourceChannels == 2 && numDestChannels == 2 && dest[0] != nullptr && dest[1] != nullptr
+        && decodeStereo<Format>(dest[0] + destStart, dest[1] + destStart, bytes, numFrames))
+        return;
     const uint64_t stride = uint64_t(numSourceChannels) * Format::size;
     for (unsigned int channel = 0; channel < numDestChannels; ++channel)
     {
@@ -204,21 +245,16 @@ void ConvertFixedToFloat(int** channels, unsigned int numChannels, uint64_t numS
 void ConvertFloatToFixed(const float* source, int* dest, uint64_t numSamples)
 {
     // lrintf(x * 2^31) with clipping, written without calls or branches so that the loop
-    // vectorises. Below 2^23 in magnitude, adding and removing 2^23 rounds to the nearest
-    // integer, ties to even, exactly as lrintf does in the default rounding mode; from
-    // 2^23 on every float is an integer already. A NaN gives INT32_MIN, as lrintf does here.
+    // vectorises: the rounding becomes one conversion per vector, which rounds to nearest,
+    // ties to even, as lrintf does in the default rounding mode. Values it cannot hold are
+    // replaced by the selects; a NaN gives INT32_MIN, as lrintf does here.
     constexpr float fullScale = 2147483648.0f;
-    constexpr float integerThreshold = 8388608.0f;
     for (uint64_t i = 0; i < numSamples; ++i)
     {
         const float x = source[i];
-        const float scaled = x * fullScale;
-        const float bias = std::copysign(integerThreshold, scaled);
-        float rounded = std::fabs(scaled) < integerThreshold ? (scaled + bias) - bias : scaled;
-        rounded = ((x <= -1.0f) | (rounded != rounded)) ? -fullScale : rounded;
-        rounded = x >= 1.0f ? 0.0f : rounded; // keeps the conversion below in range
-        const auto fixed = static_cast<int32_t>(rounded);
-        dest[i] = x >= 1.0f ? INT32_MAX : fixed;
+        const int32_t rounded = RoundToInt32(x * fullScale);
+        const int32_t clippedLow = ((x <= -1.0f) | (x != x)) ? INT32_MIN : rounded;
+        dest[i] = x >= 1.0f ? INT32_MAX : clippedLow;
     }
 }
 
@@ -266,8 +302,16 @@ void PackWavSamples(int bitsPerSample, const int* const* channels, unsigned int 
             break;
         case 16:
             packFrames<2>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
-                b[0] = static_cast<uint8_t>(x >> 16);
-                b[1] = static_cast<uint8_t>(x >> 24);
+                // Stored as one 16-bit word, in file order on a little-endian machine, so that
+                // the loop becomes vector shifts and packs.
+                const auto word = static_cast<uint16_t>(x >> 16);
+                if constexpr (std::endian::native == std::endian::little)
+                    std::memcpy(b, &word, sizeof word);
+                else
+                {
+                    b[0] = static_cast<uint8_t>(word);
+                    b[1] = static_cast<uint8_t>(word >> 8);
+                }
             });
             break;
         case 24:
