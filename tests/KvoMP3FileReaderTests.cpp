@@ -254,6 +254,12 @@ struct Fixture
     uint32_t channels;
 };
 
+/** Names a fixture in test listings. */
+void PrintTo(const Fixture& fixture, std::ostream* stream)
+{
+    *stream << fixture.name;
+}
+
 const Fixture fixtures[] = {
     { "cbr-stereo-44k", 44100, 2 },    { "joint-ms-44k", 44100, 2 },     { "joint-44k-notag", 44100, 2 },
     { "mono-44k-crc", 44100, 1 },      { "stereo-32k", 32000, 2 },       { "mono-48k", 48000, 1 },
