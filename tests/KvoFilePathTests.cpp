@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,28 +30,19 @@ void touch(const std::string& path)
     std::ofstream(path) << "x";
 }
 
-TEST(FilePath, BlankAndNoneAreTheEmptyPath)
+TEST(FilePath, AbsolutePathsFold)
 {
-    for (const char* text : { "", "   ", "\t", "none" })
-        EXPECT_EQ(pathOf(text), "") << '"' << text << '"';
+    // Blank text and the exact word "none" are the empty path; a trailing ".." with nothing
+    // behind it stays; ":" is an ordinary byte.
+    const std::pair<const char*, const char*> cases[] = {
+        { "", "" },           { "   ", "" },    { "\t", "" },  { "none", "" }, { "/a//b/./c/../d/", "/a/b/d" },
+        { "//x", "/x" },      { "///x", "/x" }, { "/", "/" }, { "//", "/" },  { "  /a/b  ", "/a/b" },
+        { "/a/b/../../c", "/c" }, { "/a/..", "/a/.." }, { "/a:b/c", "/a:b/c" },
+    };
+    for (const auto& [text, path] : cases)
+        EXPECT_EQ(pathOf(text), path) << '"' << text << '"';
     EXPECT_NE(pathOf("None"), ""); // only the exact word is reserved
-    EXPECT_FALSE(File("").Exists());
-    EXPECT_FALSE(File("").IsDirectory());
-    EXPECT_FALSE(File("").IsFile());
-    EXPECT_EQ(File("").GetSize(), 0u);
-}
-
-TEST(FilePath, DotSegmentsAndSeparatorsFold)
-{
-    EXPECT_EQ(pathOf("/a//b/./c/../d/"), "/a/b/d");
-    EXPECT_EQ(pathOf("//x"), "/x");
-    EXPECT_EQ(pathOf("///x"), "/x");
-    EXPECT_EQ(pathOf("/"), "/");
-    EXPECT_EQ(pathOf("//"), "/");
-    EXPECT_EQ(pathOf("  /a/b  "), "/a/b");
-    EXPECT_EQ(pathOf("/a/b/../../c"), "/c");
-    EXPECT_EQ(pathOf("/a/.."), "/a/.."); // a trailing ".." with nothing behind it stays
-    EXPECT_EQ(pathOf("/a:b/c"), "/a:b/c"); // ":" is an ordinary byte
+    EXPECT_TRUE(!File("").Exists() && !File("").IsDirectory() && !File("").IsFile() && File("").GetSize() == 0u);
 }
 
 TEST(FilePath, RelativePathsHangBelowTheWorkingFolder)
@@ -61,23 +53,19 @@ TEST(FilePath, RelativePathsHangBelowTheWorkingFolder)
     const std::string base = RealPath(folder.GetPath());
 
     ScopedWorkingDirectory inside(base + "/u/v");
-    EXPECT_EQ(pathOf("../x"), base + "/u/x");
-    EXPECT_EQ(pathOf("./a.wav"), base + "/u/v/a.wav");
-    EXPECT_EQ(pathOf("a.wav"), base + "/u/v/a.wav");
-    EXPECT_EQ(pathOf("../../u/./v"), base + "/u/v");
-    EXPECT_EQ(pathOf(".hidden"), base + "/u/v/.hidden");
-    EXPECT_EQ(pathOf("..x"), base + "/u/v/..x");
+    for (const auto& [text, path] : { std::pair { "../x", "/u/x" }, { "./a.wav", "/u/v/a.wav" }, { "a.wav", "/u/v/a.wav" },
+                                      { "../../u/./v", "/u/v" }, { ".hidden", "/u/v/.hidden" }, { "..x", "/u/v/..x" } })
+        EXPECT_EQ(pathOf(text), base + path) << text;
     EXPECT_EQ(File::GetCurrentWorkingDirectory().GetFullPath().GetStdString(), base + "/u/v");
 }
 
 TEST(FilePath, TildeExpandsToHome)
 {
+    // "~user" is not expanded.
     ScopedEnvironment home("HOME", "/home/someone/");
-    EXPECT_EQ(pathOf("~"), "/home/someone");
-    EXPECT_EQ(pathOf("~/x"), "/home/someone/x");
-    EXPECT_EQ(pathOf("~//x/"), "/home/someone/x");
-    EXPECT_EQ(pathOf("~x"), "~x"); // "~user" is not expanded
-    EXPECT_EQ(pathOf("~x/"), "~x");
+    for (const auto& [text, path] : { std::pair { "~", "/home/someone" }, { "~/x", "/home/someone/x" },
+                                      { "~//x/", "/home/someone/x" }, { "~x", "~x" }, { "~x/", "~x" } })
+        EXPECT_EQ(pathOf(text), path) << text;
 }
 
 TEST(FilePath, HomeValuesThatAskForTildeThemselvesArePassedOver)
@@ -116,16 +104,14 @@ TEST(FilePath, HomeFallsBackToTheWorkingFolder)
 
 TEST(FilePath, ChildFilesConsumeLeadingDotPieces)
 {
+    // Nothing above the root to cut.
     const File base("/u/v");
-    auto child = [&](const char* relative) { return base.GetChildFile(relative).GetFullPath().GetStdString(); };
-    EXPECT_EQ(child("../x"), "/u/x");
-    EXPECT_EQ(child("./..//../x/"), "/x");
-    EXPECT_EQ(child("../../../../x"), "/x"); // nothing above the root to cut
-    EXPECT_EQ(child(".hidden"), "/u/v/.hidden");
-    EXPECT_EQ(child("..x/y"), "/u/v/..x/y");
-    EXPECT_EQ(child("..."), "/u/v/...");
-    EXPECT_EQ(child(""), "/u/v");
-    EXPECT_EQ(child("//abs//y"), "/abs/y");
+    const std::pair<const char*, const char*> cases[] = {
+        { "../x", "/u/x" },   { "./..//../x/", "/x" }, { "../../../../x", "/x" }, { ".hidden", "/u/v/.hidden" },
+        { "..x/y", "/u/v/..x/y" }, { "...", "/u/v/..." }, { "", "/u/v" }, { "//abs//y", "/abs/y" },
+    };
+    for (const auto& [relative, path] : cases)
+        EXPECT_EQ(base.GetChildFile(relative).GetFullPath().GetStdString(), path) << relative;
     EXPECT_EQ(File("/").GetChildFile("..").GetFullPath().GetStdString(), "/");
 }
 
@@ -178,11 +164,10 @@ TEST(FilePath, NamesParentsAndExtensions)
     // "~user" stays relative text, without a separator to split at.
     EXPECT_EQ(File("~x").GetParentDirectory().GetFullPath().GetStdString(), "~x");
 
-    EXPECT_TRUE(File("/x/a.wav").HasFileExtension(".WAV aif"));
-    EXPECT_TRUE(File("/x/a.AIF").HasFileExtension(".WAV aif"));
-    EXPECT_FALSE(File("/x/a.aiff").HasFileExtension(".WAV aif"));
-    EXPECT_FALSE(File("/x.d/a").HasFileExtension("d"));
-    EXPECT_TRUE(File("/a.b/c").HasFileExtension(""));
+    struct Case { const char* path; const char* extensions; bool has; };
+    for (const Case& c : { Case { "/x/a.wav", ".WAV aif", true }, Case { "/x/a.AIF", ".WAV aif", true },
+                           Case { "/x/a.aiff", ".WAV aif", false }, Case { "/x.d/a", "d", false }, Case { "/a.b/c", "", true } })
+        EXPECT_EQ(File(c.path).HasFileExtension(c.extensions), c.has) << c.path << " " << c.extensions;
 }
 
 TEST(FileOperations, CreateDirectoryMakesTheWholeChain)
@@ -222,10 +207,7 @@ TEST(FileOperations, QueriesAndLinksAnswerForTheirTargets)
     EXPECT_EQ(File((folder / "toFile").c_str()).GetSize(), 1u);
 
     const File dangling((folder / "dangling").c_str());
-    EXPECT_FALSE(dangling.Exists());
-    EXPECT_FALSE(dangling.IsFile());
-    EXPECT_FALSE(dangling.IsDirectory());
-    EXPECT_EQ(dangling.GetSize(), 0u);
+    EXPECT_TRUE(!dangling.Exists() && !dangling.IsFile() && !dangling.IsDirectory() && dangling.GetSize() == 0u);
     StreamCapture err(std::cerr);
     EXPECT_NO_THROW(dangling.OverwriteIfNeeded(Overwrite(0))); // nothing there to refuse
     EXPECT_FALSE(File((folder / "dangling/sub").c_str()).CreateParentDirectory());
@@ -237,11 +219,11 @@ TEST(FileOperations, DeleteRemovesFilesAndEmptyFolders)
     TemporaryFolder folder;
     touch(folder / "f");
     ::mkdir((folder / "d").c_str(), 0777);
-    EXPECT_TRUE(File((folder / "f").c_str()).Delete());
-    EXPECT_TRUE(File((folder / "d").c_str()).Delete());
-    EXPECT_FALSE(File((folder / "f").c_str()).Exists());
-    EXPECT_FALSE(File((folder / "d").c_str()).Exists());
-    EXPECT_TRUE(File((folder / "never").c_str()).Delete());
+    for (const char* name : { "f", "d", "never" })
+    {
+        EXPECT_TRUE(File((folder / name).c_str()).Delete()) << name;
+        EXPECT_FALSE(File((folder / name).c_str()).Exists()) << name;
+    }
 
     ::mkdir((folder / "full").c_str(), 0777);
     touch(folder / "full/f");
