@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <initializer_list>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -61,6 +62,12 @@ protected:
 
     void touch(const std::string& name) { std::ofstream(root + "/" + name) << "x"; }
     void makeFolder(const std::string& name) { ::mkdir((root + "/" + name).c_str(), 0777); }
+    /** Makes each entry in turn: a folder where the name ends in "/", else a file. */
+    void build(std::initializer_list<std::string> names)
+    {
+        for (const std::string& name : names)
+            name.back() == '/' ? makeFolder(name) : touch(name);
+    }
 
     /** The expanded paths, relative to the root where they lie below it. */
     std::vector<std::string> expand(const char* input, Recursion recursion = notRecursive)
@@ -113,8 +120,7 @@ TEST_F(InputList, PlainPathsAndEscapedBlanks)
     EXPECT_EQ(expand("  missing.wav  "), (Names { "missing.wav" })); // existence is checked later
     makeFolder("folder");
     EXPECT_EQ(expand("folder"), Names {});
-    makeFolder("my dir");
-    touch("my dir/a b.wav");
+    build({ "my dir/", "my dir/a b.wav" });
     EXPECT_EQ(expand("my\\ dir/*.wav"), (Names { "my dir/a b.wav" }));
     EXPECT_EQ(expand("  my dir/a?b.wav "), (Names { "my dir/a b.wav" }));
 }
@@ -132,14 +138,8 @@ TEST_F(InputList, WildcardsInTheWorkingFolderSortWithoutCaseThenByteByByteAndDro
 
 TEST_F(InputList, WildcardsInAFolder)
 {
-    makeFolder("dir");
-    makeFolder("dir/sub");
-    makeFolder("dir/.secret");
-    touch("dir/2.wav");
-    touch("dir/10.wav");
-    touch("dir/sub/1.wav");
-    touch("dir/.secret/0.wav");
-    touch("dir/sub/note.txt");
+    build({ "dir/", "dir/sub/", "dir/.secret/", "dir/2.wav", "dir/10.wav", "dir/sub/1.wav", "dir/.secret/0.wav",
+            "dir/sub/note.txt" });
 
     EXPECT_EQ(expand("dir/*.wav"), (Names { "dir/10.wav", "dir/2.wav" }));
     EXPECT_EQ(expand((root + "/dir/*.wav").c_str()), (Names { "dir/10.wav", "dir/2.wav" }));
@@ -153,10 +153,7 @@ TEST_F(InputList, WildcardsInAFolder)
 
 TEST_F(InputList, HomeExpandsInWildcardForms)
 {
-    makeFolder("home");
-    makeFolder("home/sub");
-    touch("home/sub/t.wav");
-    touch("home/sub/u.aif");
+    build({ "home/", "home/sub/", "home/sub/t.wav", "home/sub/u.aif" });
     ScopedEnvironment home("HOME", (root + "/home").c_str());
     EXPECT_EQ(expand("~/sub/*.wav"), (Names { "home/sub/t.wav" }));
     EXPECT_EQ(expand("~/*.wav", recursive), (Names { "home/sub/t.wav" }));
@@ -167,22 +164,14 @@ TEST_F(InputList, HomeExpandsInWildcardForms)
 
 TEST_F(InputList, SeveralPatternsFindNextToNothingUnlessRecursive)
 {
-    touch("a.wav");
-    touch("b.aif");
+    build({ "a.wav", "b.aif" });
     EXPECT_EQ(expand("*.wav;*.aif"), Names {});
     EXPECT_EQ(expand("*.wav;*.aif", recursive), (Names { "a.wav", "b.aif" }));
 }
 
 TEST_F(InputList, HiddenNamesAreLeftOutOfWildcardFormsOnly)
 {
-    makeFolder("d");
-    makeFolder("d/.h");
-    makeFolder("d/s");
-    touch("d/.a.wav");
-    touch("d/.h/b.wav");
-    touch("d/s/.c.wav");
-    touch("d/s/d.wav");
-    touch("d/...");
+    build({ "d/", "d/.h/", "d/s/", "d/.a.wav", "d/.h/b.wav", "d/s/.c.wav", "d/s/d.wav", "d/..." });
     EXPECT_EQ(expand("d/*.wav", recursive), (Names { "d/s/d.wav" }));
     EXPECT_EQ(expand("d/.*", recursive), Names {});
     EXPECT_EQ(expand("d/*"), Names {}); // "..." is a name of dots alone
@@ -206,10 +195,7 @@ TEST_F(InputList, RecursionWalksDepthFirstWhereItMeetsEachFolder)
 
 TEST_F(InputList, LinkedFoldersAreWalkedButLoopsEnd)
 {
-    makeFolder("d");
-    makeFolder("elsewhere");
-    touch("d/a.wav");
-    touch("elsewhere/e.wav");
+    build({ "d/", "elsewhere/", "d/a.wav", "elsewhere/e.wav" });
     ASSERT_EQ(::symlink((root + "/d").c_str(), (root + "/d/loop").c_str()), 0);
     ASSERT_EQ(::symlink("..", (root + "/d/up").c_str()), 0);
     ASSERT_EQ(::symlink((root + "/elsewhere").c_str(), (root + "/d/linked").c_str()), 0);
@@ -223,11 +209,7 @@ TEST_F(InputList, LinkedFoldersAreWalkedButLoopsEnd)
 TEST_F(InputList, UnreadableFoldersGiveNothing)
 {
     ::chmod(folder.GetPath().c_str(), 0755);
-    makeFolder("open");
-    makeFolder("open/closed");
-    touch("open/a.wav");
-    touch("open/closed/b.wav");
-    touch("open/z.wav");
+    build({ "open/", "open/closed/", "open/a.wav", "open/closed/b.wav", "open/z.wav" });
     ::chmod((root + "/open/closed").c_str(), 0);
 
     EXPECT_TRUE(HoldsWithoutPrivileges([&] { return expand("open/closed/*.wav").empty(); }));
@@ -258,12 +240,7 @@ TEST_F(InputList, FoldersDeeperThanThePathLimitEndTheWalkQuietly)
 
 TEST_F(InputList, FolderIteratorReturnsAFolderBeforeItsContents)
 {
-    makeFolder("top");
-    makeFolder("top/mid");
-    makeFolder("top/mid/low");
-    touch("top/mid/low/f");
-    touch("top/mid/e");
-    touch("top/g");
+    build({ "top/", "top/mid/", "top/mid/low/", "top/mid/low/f", "top/mid/e", "top/g" });
 
     // GetFile walks down to the deepest level that has moved.
     EXPECT_EQ(walk("top", "*", 3), (Names { "top/g", "top/mid/", "top/mid/e", "top/mid/low/", "top/mid/low/f" }));
@@ -277,10 +254,7 @@ TEST_F(InputList, FolderIteratorTriesAMissingFolderAgainAndCanShowHiddenEntries)
 {
     DirectoryIterator iterator(File((root + "/later").c_str()), recursive, "*", 3, false);
     EXPECT_FALSE(iterator.Next(nullptr, nullptr));
-    makeFolder("later");
-    makeFolder("later/.h");
-    touch("later/.h/f");
-    touch("later/.g");
+    build({ "later/", "later/.h/", "later/.h/f", "later/.g" });
     Names seen;
     bool isHidden = false;
     while (iterator.Next(nullptr, &isHidden))
