@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -238,10 +239,9 @@ TEST(FileStreamReader, MissingFilesFoldersLinksAndSocketsAreRefused)
 {
     TemporaryFolder folder;
     StreamCapture err(std::cerr);
-    EXPECT_THROW(FileReader(fileAt(folder / "missing")), exceptions::NoSuchFile);
-    EXPECT_THROW(FileReader(fileAt(folder.GetPath())), exceptions::NoSuchFile);
     ASSERT_EQ(::symlink((folder / "nowhere").c_str(), (folder / "dangling").c_str()), 0);
-    EXPECT_THROW(FileReader(fileAt(folder / "dangling")), exceptions::NoSuchFile);
+    for (const std::string& path : { folder / "missing", folder.GetPath(), folder / "dangling" })
+        EXPECT_THROW(FileReader(fileAt(path)), exceptions::NoSuchFile) << path;
 
     // A socket exists and is no folder, but cannot be opened, even by root.
     const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
@@ -261,17 +261,14 @@ TEST(FileStreamWriter, EveryWriteHasItsByteOrder)
     TemporaryFolder folder;
     {
         FileWriter writer(fileAt(folder / "new/sub/out")); // the folders are made
-        EXPECT_TRUE(writer.WriteByte(0xAB));
-        EXPECT_TRUE(writer.WriteInt16(0x1234));
-        EXPECT_TRUE(writer.WriteInt16BigEndian(INT16_MIN));
-        EXPECT_TRUE(writer.WriteInt32(0x01020304));
-        EXPECT_TRUE(writer.WriteInt32BigEndian(-2));
-        EXPECT_TRUE(writer.WriteInt64(0x0102030405060708));
-        EXPECT_TRUE(writer.WriteInt64(INT64_MIN));
-        EXPECT_TRUE(writer.WriteRepeatedByte(0x7F, 2));
-        EXPECT_TRUE(writer.WriteRepeatedByte(0, 0));
-        EXPECT_TRUE(writer.Write("xy", 2));
-        EXPECT_TRUE(writer.Write(MemoryBlock(2, true)));
+        // A braced list runs its writes in order.
+        const bool results[] = { writer.WriteByte(0xAB), writer.WriteInt16(0x1234), writer.WriteInt16BigEndian(INT16_MIN),
+                                 writer.WriteInt32(0x01020304), writer.WriteInt32BigEndian(-2),
+                                 writer.WriteInt64(0x0102030405060708), writer.WriteInt64(INT64_MIN),
+                                 writer.WriteRepeatedByte(0x7F, 2), writer.WriteRepeatedByte(0, 0),
+                                 writer.Write("xy", 2), writer.Write(MemoryBlock(2, true)) };
+        for (size_t i = 0; i < std::size(results); ++i)
+            EXPECT_TRUE(results[i]) << "write " << i;
         EXPECT_EQ(writer.GetPosition(), 1 + 2 + 2 + 4 + 4 + 8 + 8 + 2 + 2 + 2);
     }
     const std::string expected("\xAB" "\x34\x12" "\x80\x00" "\x04\x03\x02\x01" "\xFF\xFF\xFF\xFE"
@@ -372,10 +369,9 @@ TEST(FileStreamWriter, AFolderTakesNothingAndCostsNoCall)
     TemporaryFolder folder;
     SystemCallSpy spy;
     FileWriter writer(fileAt(folder.GetPath()));
-    EXPECT_FALSE(writer.Write(MemoryBlock(4, true)));
-    EXPECT_FALSE(writer.WriteRepeatedByte(1, 3));
-    EXPECT_FALSE(writer.WriteInt64(1));
-    EXPECT_FALSE(writer.SetPosition(5));
+    for (const bool ok : { writer.Write(MemoryBlock(4, true)), writer.WriteRepeatedByte(1, 3), writer.WriteInt64(1),
+                           writer.SetPosition(5) })
+        EXPECT_FALSE(ok);
     EXPECT_EQ(writer.GetPosition(), 0);
     EXPECT_TRUE(spy.log.empty());
     EXPECT_TRUE(std::filesystem::is_empty(folder.GetPath()));
