@@ -85,6 +85,13 @@ std::string withoutTimings(const std::string& text)
     return masked(masked(text, "(elapsed ", ")", "T | remaining T"), "Finished: ", " msec", "N");
 }
 
+/** The console text of a join up to its first input's name, timings masked as withoutTimings does. */
+std::string opening(int numChannels, uint64_t totalNumSamples, const std::string& first)
+{
+    return ExpectedBanner() + "numChannelsForDestination = " + std::to_string(numChannels) + "\ntotalNumSamples = "
+           + std::to_string(totalNumSamples) + "\nProgress : 0 % reading file " + InQuotes(first) + "\n";
+}
+
 /** The expected output of a plain RIFF join: header, samples, pad byte. */
 std::string expectedOutput(uint16_t numChannels, uint32_t sampleRate, uint16_t bits, const std::string& data)
 {
@@ -125,12 +132,8 @@ TEST_F(Join, OneInputReplacesTheDestinationWithACopy)
 
     const ProgramRun run = join(a);
     expectSuccess(run);
-    EXPECT_EQ(withoutTimings(run.standardOutput), ExpectedBanner()
-                                                      + "numChannelsForDestination = 2\n"
-                                                        "totalNumSamples = 1000\n"
-                                                        "Progress : 0 % reading file " + InQuotes(a) + "\n"
-                                                        "Progress : 100 %  (elapsed T | remaining T)"
-                                                        "Finished: N msec\n");
+    EXPECT_EQ(withoutTimings(run.standardOutput), opening(2, 1000, a)
+                                                        + "Progress : 100 %  (elapsed T | remaining T)Finished: N msec\n");
     EXPECT_EQ(ReadWholeFile(output), expectedOutput(2, 48000, 16, pcmBytes(samples, 16)));
 }
 
@@ -147,11 +150,8 @@ TEST_F(Join, NarrowInputsGetSilenceInTheUpperChannels)
         expectSuccess(run);
         const std::string& first = monoFirst ? m : s;
         const std::string& second = monoFirst ? s : m;
-        EXPECT_EQ(withoutTimings(run.standardOutput), ExpectedBanner()
-                                                          + "numChannelsForDestination = 2\n"
-                                                            "totalNumSamples = 1000\n"
-                                                            "Progress : 0 % reading file " + InQuotes(first) + "\n"
-                                                            "Progress : " + (monoFirst ? "70" : "30") + " %  (elapsed T | remaining T)"
+        EXPECT_EQ(withoutTimings(run.standardOutput), opening(2, 1000, first)
+                                                            + "Progress : " + (monoFirst ? "70" : "30") + " %  (elapsed T | remaining T)"
                                                             "reading file " + InQuotes(second) + "\n"
                                                             "Progress : 100 %  (elapsed T | remaining T)"
                                                             "Finished: N msec\n");
@@ -211,11 +211,8 @@ TEST_F(Join, EmptyInputIsReadAndAddsNothing)
 
     const ProgramRun run = join(a + "," + z + "," + b);
     expectSuccess(run);
-    EXPECT_EQ(withoutTimings(run.standardOutput), ExpectedBanner()
-                                                      + "numChannelsForDestination = 1\n"
-                                                        "totalNumSamples = 200\n"
-                                                        "Progress : 0 % reading file " + InQuotes(a) + "\n"
-                                                        "Progress : 50 %  (elapsed T | remaining T)"
+    EXPECT_EQ(withoutTimings(run.standardOutput), opening(1, 200, a)
+                                                        + "Progress : 50 %  (elapsed T | remaining T)"
                                                         "reading file " + InQuotes(z) + "\n"
                                                         "reading file " + InQuotes(b) + "\n"
                                                         "Progress : 100 %  (elapsed T | remaining T)"
@@ -230,13 +227,9 @@ TEST_F(Join, WholeBlocksLeaveNoShortBlock)
 
     const ProgramRun run = join(a);
     expectSuccess(run);
-    EXPECT_EQ(withoutTimings(run.standardOutput), ExpectedBanner()
-                                                      + "numChannelsForDestination = 1\n"
-                                                        "totalNumSamples = 16384\n"
-                                                        "Progress : 0 % reading file " + InQuotes(a) + "\n"
-                                                        "Progress : 50 %  (elapsed T | remaining T)"
-                                                        "Progress : 100 %  (elapsed T | remaining T)"
-                                                        "Finished: N msec\n");
+    EXPECT_EQ(withoutTimings(run.standardOutput), opening(1, 16384, a)
+                                                        + "Progress : 50 %  (elapsed T | remaining T)"
+                                                          "Progress : 100 %  (elapsed T | remaining T)Finished: N msec\n");
     EXPECT_EQ(ReadWholeFile(output), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
 }
 
@@ -261,11 +254,8 @@ TEST_F(Join, MissingSecondInputLeavesACompletePartialFile)
 
     const ProgramRun run = join(a + "," + b);
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(withoutTimings(run.standardOutput), ExpectedBanner()
-                                                      + "numChannelsForDestination = 1\n"
-                                                        "totalNumSamples = 1000\n"
-                                                        "Progress : 0 % reading file " + InQuotes(a) + "\n"
-                                                        "Progress : 100 %  (elapsed T | remaining T)"
+    EXPECT_EQ(withoutTimings(run.standardOutput), opening(1, 1000, a)
+                                                        + "Progress : 100 %  (elapsed T | remaining T)"
                                                         "reading file " + InQuotes(b) + "\n");
     EXPECT_NE(run.standardError.find("\nCould not find file " + InQuotes(b) + "\n"), std::string::npos)
         << run.standardError;
