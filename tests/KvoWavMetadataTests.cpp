@@ -350,8 +350,7 @@ TEST_F(WavMetadataTest, AxmlAndChnaChunks)
     EXPECT_EQ(table.numTracks, 2);
     EXPECT_EQ(table.numUids, 1);
     ASSERT_EQ(table.trackIndices.GetSize(), 2u);
-    EXPECT_EQ(table.trackIndices[0], 1);
-    EXPECT_EQ(table.trackIndices[1], 2);
+    EXPECT_TRUE(table.trackIndices[0] == 1 && table.trackIndices[1] == 2);
     EXPECT_EQ(table.trackUids[0], "ATU_00000001");
     EXPECT_EQ(table.trackUids[1], ""); // all zero bytes
     EXPECT_EQ(table.trackRefs[0], "AT_00031001_01");
@@ -375,14 +374,14 @@ TEST_F(WavMetadataTest, WriterClosesWithChnaAndAxml)
         ChnaData chna;
         chna.numTracks = 3;
         chna.numUids = 2;
-        chna.trackIndices.PushBack(1);
-        chna.trackIndices.PushBack(2);
-        chna.trackUids.Add("ATU_00000001");
-        chna.trackUids.Add("ATU_000000020000 too long");
-        chna.trackRefs.Add("AT_00031001_01");
-        chna.trackRefs.Add("short");
-        chna.packRefs.Add("AP_00031001");
-        chna.packRefs.Add("AP_0003100X too long");
+        for (const int index : { 1, 2 })
+            chna.trackIndices.PushBack(index);
+        for (const char* uid : { "ATU_00000001", "ATU_000000020000 too long" })
+            chna.trackUids.Add(uid);
+        for (const char* ref : { "AT_00031001_01", "short" })
+            chna.trackRefs.Add(ref);
+        for (const char* ref : { "AP_00031001", "AP_0003100X too long" })
+            chna.packRefs.Add(ref);
         writer->setAdmChunks("<adm/>", chna);
         AudioBuffer<float> buffer(1, 3);
         for (int i = 0; i < 3; ++i)
@@ -440,7 +439,7 @@ TEST_F(WavMetadataTest, DbmdIsAGateOnly)
 // ---------------------------------------------------------------------------------------
 // The join carries no metadata
 
-TEST_F(WavMetadataTest, JoinLeavesInputMetadataBehind)
+TEST_F(WavMetadataTest, JoinLeavesMetadataBehindAndStopsAtAFaultyDbmd)
 {
     BextFields f;
     f.history = "A=PCM\r\n";
@@ -465,19 +464,16 @@ TEST_F(WavMetadataTest, JoinLeavesInputMetadataBehind)
     EXPECT_EQ(out, ReadWholeFile(folder / "plain.wav"));
     ASSERT_EQ(out.size(), 104u + 10u); // the header, the samples, and nothing after them
     EXPECT_EQ(out.substr(96), Bytes().Text("data").U32(10).Text(samples1).Text(samples2).s);
-}
 
-TEST_F(WavMetadataTest, JoinRefusesAFaultyDbmd)
-{
-    Write(Riff(writableFmt + data), "a.wav");
-    Write(Riff(writableFmt + faultyDbmd + data), "b.wav");
-    const std::string output = folder / "out.wav";
-    const ProgramRun run = RunSonaJoin({ "-i", (folder / "a.wav") + "," + (folder / "b.wav"), "-d", output });
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_NE(run.standardError.find("DolbyAtmosMetadata::parseDolbyAtmosMetadata("), std::string::npos)
-        << run.standardError;
-    EXPECT_NE(run.standardError.find("\ninvalid checksum\n"), std::string::npos) << run.standardError;
-    EXPECT_FALSE(std::filesystem::exists(output));
+    // A faulty dbmd chunk stops the join, and the output is not made.
+    Write(Riff(writableFmt + faultyDbmd + data), "faulty.wav");
+    const std::string refused = folder / "refused.wav";
+    const ProgramRun faultyRun = RunSonaJoin({ "-i", (folder / "plain-a.wav") + "," + (folder / "faulty.wav"), "-d", refused });
+    EXPECT_EQ(faultyRun.exitCode, 1);
+    EXPECT_NE(faultyRun.standardError.find("DolbyAtmosMetadata::parseDolbyAtmosMetadata("), std::string::npos)
+        << faultyRun.standardError;
+    EXPECT_NE(faultyRun.standardError.find("\ninvalid checksum\n"), std::string::npos) << faultyRun.standardError;
+    EXPECT_FALSE(std::filesystem::exists(refused));
 }
 
 // ---------------------------------------------------------------------------------------
