@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <random>
 #include <string>
@@ -34,15 +33,14 @@ namespace
 
 const std::string mp3Data = std::string(KVO_TEST_DATA_DIR) + "/mp3/";
 
-std::string ReadWhole(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using testing::ReadWholeFile;
+using testing::WriteWholeFile;
 
-void WriteWhole(const std::string& path, const std::string& bytes)
+/** The big-endian 32-bit word at offset. */
+uint32_t WordAt(const std::string& bytes, size_t offset)
 {
-    std::ofstream(path, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+    return uint32_t(uint8_t(bytes[offset])) << 24 | uint32_t(uint8_t(bytes[offset + 1])) << 16
+           | uint32_t(uint8_t(bytes[offset + 2])) << 8 | uint8_t(bytes[offset + 3]);
 }
 
 /** Bits appended most significant first, as MPEG streams hold them. */
@@ -278,7 +276,7 @@ const Fixture fixtures[] = {
 /** The reference decode, interleaved floats. */
 std::vector<float> Reference(const std::string& name)
 {
-    const std::string bytes = ReadWhole(mp3Data + name + ".f32");
+    const std::string bytes = ReadWholeFile(mp3Data + name + ".f32");
     std::vector<float> samples(bytes.size() / sizeof(float));
     std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
     return samples;
@@ -334,10 +332,10 @@ INSTANTIATE_TEST_SUITE_P(Fixtures, Mp3AccuracyTest, ::testing::ValuesIn(fixtures
 class Mp3ReaderTest : public ::testing::Test
 {
 protected:
-    std::string Copy(const std::string& fixture, const std::string& prefix = {}, const std::string& suffix = {})
+    std::string Copy(const std::string& fixture, const std::string& prefix = {})
     {
         const std::string path = folder / (fixture + ".mp3");
-        WriteWhole(path, prefix + ReadWhole(mp3Data + fixture + ".mp3") + suffix);
+        WriteWholeFile(path, prefix + ReadWholeFile(mp3Data + fixture + ".mp3"));
         return path;
     }
 
@@ -347,19 +345,17 @@ protected:
 TEST_F(Mp3ReaderTest, LengthFromTagOrEstimate)
 {
     // A CBR file without a tag: (file length - audio start) / (frame size - 4) frames.
-    const std::string noTag = ReadWhole(mp3Data + "joint-44k-notag.mp3");
+    const std::string noTag = ReadWholeFile(mp3Data + "joint-44k-notag.mp3");
     Mp3FrameHeader header;
-    parseFrameHeader(header, uint32_t(uint8_t(noTag[0])) << 24 | uint32_t(uint8_t(noTag[1])) << 16
-                                 | uint32_t(uint8_t(noTag[2])) << 8 | uint8_t(noTag[3]));
+    parseFrameHeader(header, WordAt(noTag, 0));
     MP3FileReader estimated { File(String(mp3Data + "joint-44k-notag.mp3")) };
     EXPECT_EQ(estimated.getNumSamples(), noTag.size() / uint64_t(header.frameBytes) * 1152);
 
     // A tag's frame count, and for MPEG-2 the count times 1152 although frames hold 576.
-    const std::string tagged = ReadWhole(mp3Data + "vbr-xing-22k.mp3");
+    const std::string tagged = ReadWholeFile(mp3Data + "vbr-xing-22k.mp3");
     const size_t xing = tagged.find("Xing");
     ASSERT_NE(xing, std::string::npos);
-    const uint32_t frames = uint32_t(uint8_t(tagged[xing + 8])) << 24 | uint32_t(uint8_t(tagged[xing + 9])) << 16
-                            | uint32_t(uint8_t(tagged[xing + 10])) << 8 | uint8_t(tagged[xing + 11]);
+    const uint32_t frames = WordAt(tagged, xing + 8);
     MP3FileReader reader { File(String(mp3Data + "vbr-xing-22k.mp3")) };
     EXPECT_EQ(reader.getNumSamples(), uint64_t(frames) * 1152);
 
@@ -425,10 +421,10 @@ TEST_F(Mp3ReaderTest, SeekToTheMiddleAndBack)
 TEST_F(Mp3ReaderTest, Refusals)
 {
     // An ID3v2 tag and nothing behind it.
-    const std::string id3 = ReadWhole(mp3Data + "id3v2-44k.mp3");
+    const std::string id3 = ReadWholeFile(mp3Data + "id3v2-44k.mp3");
     const size_t tagSize = 10 + ((size_t(id3[6]) * 128 + size_t(id3[7])) * 128 + size_t(id3[8])) * 128 + size_t(id3[9]);
     const std::string onlyTag = folder / "tag.mp3";
-    WriteWhole(onlyTag, id3.substr(0, tagSize));
+    WriteWholeFile(onlyTag, id3.substr(0, tagSize));
     EXPECT_EQ(Refusal(onlyTag), NotValid(onlyTag));
 
     // 40000 bytes of zeros before the first frame: the search gives up after 32768.
@@ -439,7 +435,7 @@ TEST_F(Mp3ReaderTest, Refusals)
     EXPECT_EQ(Refusal(near), "");
 
     const std::string empty = folder / "empty.mp3";
-    WriteWhole(empty, "");
+    WriteWholeFile(empty, "");
     EXPECT_EQ(Refusal(empty), NotValid(empty));
 
     // The factory passes the reader's refusal on.
@@ -450,7 +446,7 @@ TEST_F(Mp3ReaderTest, Refusals)
 
 TEST_F(Mp3ReaderTest, AbsurdXingCounts)
 {
-    const std::string original = ReadWhole(mp3Data + "vbr-xing-44k.mp3");
+    const std::string original = ReadWholeFile(mp3Data + "vbr-xing-44k.mp3");
     const size_t xing = original.find("Xing");
     ASSERT_NE(xing, std::string::npos);
     const std::string path = folder / "xing.mp3";
@@ -459,10 +455,12 @@ TEST_F(Mp3ReaderTest, AbsurdXingCounts)
         std::string bytes = original;
         for (int k = 0; k < 4; ++k)
             bytes[xing + 8 + size_t(k)] = char(frames >> (24 - 8 * k));
-        WriteWhole(path, bytes);
+        WriteWholeFile(path, bytes);
         MP3FileReader reader { File(String(path)) };
         if (frames == 0x7FFFFFFFu)
+        {
             EXPECT_EQ(reader.getNumSamples(), uint64_t(frames) * 1152);
+        }
         // A seek far beyond the data delivers one block of silence, and reading from 0 still works.
         const Decoded far = ReadAll(reader, uint64_t(1) << 32, 2000);
         EXPECT_FALSE(far.ok);
@@ -475,9 +473,9 @@ TEST_F(Mp3ReaderTest, AbsurdXingCounts)
 TEST(Mp3DamagedInputTest, NeverCrashes)
 {
     std::mt19937 random(8);
-    const std::string cbr = ReadWhole(mp3Data + "cbr-stereo-44k.mp3");
-    const std::string noTag = ReadWhole(mp3Data + "joint-44k-notag.mp3");
-    const std::string vbr = ReadWhole(mp3Data + "vbr-xing-44k.mp3");
+    const std::string cbr = ReadWholeFile(mp3Data + "cbr-stereo-44k.mp3");
+    const std::string noTag = ReadWholeFile(mp3Data + "joint-44k-notag.mp3");
+    const std::string vbr = ReadWholeFile(mp3Data + "vbr-xing-44k.mp3");
     std::vector<std::string> inputs;
     // Random bytes, every other one behind a valid-looking header.
     for (int i = 0; i < 20; ++i)
@@ -529,7 +527,7 @@ TEST_F(Mp3ReaderTest, JoinMp3AndWavWritesFloatWav)
     const std::string mp3 = Copy("cbr-stereo-44k");
     // A short WAV input: 100 frames of 16-bit stereo silence.
     const std::string wav = folder / "b.wav";
-    WriteWhole(wav, testing::Riff(testing::Chunk("fmt ", testing::Fmt(1, 2, 44100, 16))
+    WriteWholeFile(wav, testing::Riff(testing::Chunk("fmt ", testing::Fmt(1, 2, 44100, 16))
                                   + testing::Chunk("data", std::string(400, '\0'))));
     const std::string out = folder / "out.wav";
     const testing::ProgramRun run = testing::RunSonaJoin({ "-i", mp3 + ", " + wav, "-d", out });
