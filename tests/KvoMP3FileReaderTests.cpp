@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "KvoFuzzUtilities.h"
+#include "KvoMp3Reference.h"
 #include "KvoTestUtilities.h"
 #include "KvoWavTestFiles.h"
 #include "audiofiles/KvoAudioFileReader.h"
@@ -33,6 +34,7 @@ namespace
 
 const std::string mp3Data = std::string(KVO_TEST_DATA_DIR) + "/mp3/";
 
+using testing::BitWriter;
 using testing::ReadWholeFile;
 using testing::WriteWholeFile;
 
@@ -42,25 +44,6 @@ uint32_t WordAt(const std::string& bytes, size_t offset)
     return uint32_t(uint8_t(bytes[offset])) << 24 | uint32_t(uint8_t(bytes[offset + 1])) << 16
            | uint32_t(uint8_t(bytes[offset + 2])) << 8 | uint8_t(bytes[offset + 3]);
 }
-
-/** Bits appended most significant first, as MPEG streams hold them. */
-struct BitWriter
-{
-    std::vector<uint8_t> bytes;
-    int32_t used = 0;
-
-    BitWriter& Put(uint32_t value, int32_t count)
-    {
-        for (int32_t i = count - 1; i >= 0; --i)
-        {
-            if (used % 8 == 0)
-                bytes.push_back(0);
-            bytes.back() |= uint8_t(((value >> i) & 1) << (7 - used % 8));
-            ++used;
-        }
-        return *this;
-    }
-};
 
 /** The whole of an MP3 file read as floats, channel by channel; false when the reader said so. */
 struct Decoded

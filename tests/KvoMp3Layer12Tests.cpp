@@ -27,6 +27,7 @@ namespace kvo
 namespace
 {
 
+using testing::BitWriter;
 using testing::ReferenceSynthesis;
 
 // The accuracy bound of full-accuracy decoders, relative to full scale 1.0.
@@ -88,24 +89,6 @@ void PrintFigures(const char* kind, const char* name, const ErrorFigures& worst)
 }
 
 //==============================================================================
-/** Bits appended most significant first, as the frames carry them. */
-class BitWriter
-{
-public:
-    void Put(uint32_t value, int width)
-    {
-        for (int b = width - 1; b >= 0; --b)
-        {
-            if (bitCount % 8 == 0)
-                bytes.push_back(0);
-            bytes.back() |= uint8_t(((value >> b) & 1) << (7 - bitCount % 8));
-            ++bitCount;
-        }
-    }
-    std::vector<uint8_t> bytes;
-    int bitCount = 0;
-};
-
 /** What the decoders see of a frame: its header, the bytes behind it, and the cursor's array. */
 struct FrameInput
 {

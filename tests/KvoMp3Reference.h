@@ -1,5 +1,6 @@
 // A plain double-precision reference for the MPEG audio synthesis filterbank: the published
-// window D[i] and the matrixing, gathering and windowing steps written out directly.
+// window D[i] and the matrixing, gathering and windowing steps written out directly; and a
+// writer of the bit fields that the tests build frames from.
 
 #pragma once
 
@@ -74,6 +75,25 @@ public:
 
 private:
     std::vector<double> v = std::vector<double>(1024, 0.0);
+};
+
+/** Bits appended most significant first, as MPEG streams hold them. */
+struct BitWriter
+{
+    std::vector<uint8_t> bytes;
+    int32_t used = 0;
+
+    BitWriter& Put(uint32_t value, int32_t count)
+    {
+        for (int32_t i = count - 1; i >= 0; --i)
+        {
+            if (used % 8 == 0)
+                bytes.push_back(0);
+            bytes.back() |= uint8_t(((value >> i) & 1) << (7 - used % 8));
+            ++used;
+        }
+        return *this;
+    }
 };
 
 } // namespace kvo::testing
