@@ -61,7 +61,7 @@ inline uint64_t Steering(const uint8_t* data, size_t size)
     Refusals by Exception are the expected way out; anything else reaches the fuzzer.
 */
 inline void ReadAsAudioFile(const uint8_t* data, size_t size, const std::string& extension,
-                            uint64_t maxFrames = 64 * 4096)
+                            uint64_t maxFrames = 16 * 4096)
 {
     Quiet();
     const File file = WriteInputFile(data, size, extension);
