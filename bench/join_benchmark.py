@@ -71,17 +71,23 @@ def print_ratios(results, name_width=16):
               % (name, wall * 1000, memory, wall / base_time, memory / base_memory))
 
 
-def main():
+def parse_arguments(seconds, extra=None):
+    """The benchmarks' shared command line, and the absolute path of a runnable sonajoin."""
     parser = argparse.ArgumentParser()
     parser.add_argument("sonajoin", nargs="?", default="build/release/sonajoin")
-    parser.add_argument("--files", type=int, default=20)
-    parser.add_argument("--seconds", type=float, default=30.0)
+    parser.add_argument("--seconds", type=float, default=seconds)
     parser.add_argument("--runs", type=int, default=5)
+    if extra:
+        extra(parser)
     args = parser.parse_args()
-
     sonajoin = os.path.abspath(args.sonajoin)
     if not os.access(sonajoin, os.X_OK):
         sys.exit("sonajoin not found at " + sonajoin + " (build the release preset first)")
+    return args, sonajoin
+
+
+def main():
+    args, sonajoin = parse_arguments(30.0, lambda parser: parser.add_argument("--files", type=int, default=20))
 
     with tempfile.TemporaryDirectory(prefix="sonajoin-bench-") as folder:
         inputs = [os.path.join(folder, "in%02d.wav" % i) for i in range(args.files)]

@@ -12,7 +12,6 @@ figures are printed as a ratio against sonajoin's, measured in the same run.
     python3 bench/mp3_decode_benchmark.py [path/to/sonajoin] [--seconds S] [--runs R]
 """
 
-import argparse
 import os
 import shutil
 import subprocess
@@ -20,19 +19,11 @@ import sys
 import tempfile
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from join_benchmark import measure, print_ratios  # noqa: E402
+from join_benchmark import measure, parse_arguments, print_ratios  # noqa: E402
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("sonajoin", nargs="?", default="build/release/sonajoin")
-    parser.add_argument("--seconds", type=float, default=300.0)
-    parser.add_argument("--runs", type=int, default=5)
-    args = parser.parse_args()
-
-    sonajoin = os.path.abspath(args.sonajoin)
-    if not os.access(sonajoin, os.X_OK):
-        sys.exit("sonajoin not found at " + sonajoin + " (build the release preset first)")
+    args, sonajoin = parse_arguments(300.0)
     for tool in ("sox", "lame"):
         if not shutil.which(tool):
             sys.exit(tool + " is needed to make the input file")
