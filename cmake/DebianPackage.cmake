@@ -17,7 +17,7 @@ install(FILES "${CMAKE_BINARY_DIR}/sonajoin.1.gz" DESTINATION ${CMAKE_INSTALL_MA
 install(FILES "${CMAKE_BINARY_DIR}/changelog.gz" packaging/copyright DESTINATION ${KVO_DOC_DIR} COMPONENT tool)
 
 set(CPACK_PACKAGE_NAME sonajoin)
-set(CPACK_PACKAGE_CONTACT "sonajoin developers <sonajoin@example.org>")
+set(CPACK_PACKAGE_CONTACT "sonajoin maintainers <sonajoin@orvane.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "append audio files, in list order, into one new file")
 set(CPACK_PACKAGE_DESCRIPTION
     "sonajoin reads WAV (RIFF, RF64, Wave64), AIFF/AIFF-C and MPEG audio (Layers I,
