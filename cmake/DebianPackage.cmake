@@ -13,6 +13,11 @@ foreach(page IN ITEMS docs/sonajoin.1 packaging/changelog)
 endforeach()
 add_custom_target(sonajoin-docs ALL DEPENDS ${KVO_COMPRESSED_DOCS})
 
+# A stripped install (CPack's) also drops the sections that Debian's own strip removes.
+install(CODE "if(CMAKE_INSTALL_DO_STRIP)
+  execute_process(COMMAND \"${CMAKE_STRIP}\" --remove-section=.comment --remove-section=.note
+                  \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/sonajoin\" COMMAND_ERROR_IS_FATAL ANY)
+endif()" COMPONENT tool)
 install(FILES "${CMAKE_BINARY_DIR}/sonajoin.1.gz" DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
 install(FILES "${CMAKE_BINARY_DIR}/changelog.gz" packaging/copyright DESTINATION ${KVO_DOC_DIR} COMPONENT tool)
 
