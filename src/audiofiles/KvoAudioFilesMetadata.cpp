@@ -93,52 +93,24 @@ Vector<Marker*> copyMarkers(const Vector<Marker*>& source)
 
 } // namespace
 
-AudioFilesMetadata::AudioFilesMetadata(const AudioFilesMetadata& other)
-    : sampleRate(other.sampleRate),
-      bitsPerSample(other.bitsPerSample),
-      numSamples(other.numSamples),
-      numChannels(other.numChannels),
-      isFloat(other.isFloat),
-      formatName(other.formatName),
-      isRf64(other.isRf64),
-      hasBext(other.hasBext),
-      isW64(other.isW64),
-      bextEntries(other.bextEntries),
-      axmlText(other.axmlText),
-      listEntries(other.listEntries),
-      markers(copyMarkers(other.markers))
+AudioFilesMetadata::MarkerList::MarkerList(const MarkerList& other) : Vector<Marker*>(copyMarkers(other))
 {
 }
 
-AudioFilesMetadata& AudioFilesMetadata::operator=(const AudioFilesMetadata& other)
+AudioFilesMetadata::MarkerList& AudioFilesMetadata::MarkerList::operator=(const MarkerList& other)
 {
     if (this == &other)
         return *this;
-
-    // The markers are copied first: should that fail, this record keeps its own. They
-    // change hands before anything else can throw, so that none is left unowned.
-    Vector<Marker*> newMarkers = copyMarkers(other.markers);
-    clearMarkers();
-    markers = std::move(newMarkers);
-
-    sampleRate = other.sampleRate;
-    bitsPerSample = other.bitsPerSample;
-    numSamples = other.numSamples;
-    numChannels = other.numChannels;
-    isFloat = other.isFloat;
-    formatName = other.formatName;
-    isRf64 = other.isRf64;
-    hasBext = other.hasBext;
-    isW64 = other.isW64;
-    bextEntries = other.bextEntries;
-    axmlText = other.axmlText;
-    listEntries = other.listEntries;
+    // The copies change hands before anything else can throw, so that none is left unowned.
+    Vector<Marker*> copies = copyMarkers(other);
+    deleteMarkers(*this);
+    Vector<Marker*>::operator=(std::move(copies));
     return *this;
 }
 
-AudioFilesMetadata::~AudioFilesMetadata()
+AudioFilesMetadata::MarkerList::~MarkerList()
 {
-    clearMarkers();
+    deleteMarkers(*this);
 }
 
 void AudioFilesMetadata::addMarker(uint16_t identifier, uint32_t position, const String& label)

@@ -62,15 +62,24 @@ public:
         String label;
     };
 
-    AudioFilesMetadata() = default;
-    AudioFilesMetadata(const AudioFilesMetadata& other);
-    AudioFilesMetadata& operator=(const AudioFilesMetadata& other);
-    ~AudioFilesMetadata();
+    /** Markers owned by the list: copies are deep, and destruction deletes them. */
+    class MarkerList : public Vector<Marker*>
+    {
+    public:
+        MarkerList() = default;
+        MarkerList(const MarkerList& other);
+        /** Should copying other's markers fail, this list keeps its own. */
+        MarkerList& operator=(const MarkerList& other);
+        ~MarkerList() override;
+    };
 
     /** Appends a marker the record owns. */
     void addMarker(uint16_t identifier, uint32_t position, const String& label);
     void clearMarkers();
 
+    // First, so that a copy of a record takes the markers before anything else: should
+    // that fail, the record assigned to keeps all it had.
+    MarkerList markers;
     double sampleRate = 0.0;
     uint32_t bitsPerSample = 0;
     uint64_t numSamples = 0;
@@ -83,7 +92,6 @@ public:
     StringDictionary bextEntries;
     String axmlText;
     StringDictionary listEntries;
-    Vector<Marker*> markers;
 };
 
 } // namespace kvo

@@ -11,6 +11,10 @@ namespace kvo
 namespace
 {
 
+// The bits of DirectoryIterator's whatToLookFor.
+constexpr uint32_t lookForFolders = 1u;
+constexpr uint32_t lookForFiles = 2u;
+
 bool isHiddenName(const String& name)
 {
     return StartsWith(name, ".");
@@ -141,7 +145,7 @@ void DirectoryIterator::startSubIterator(const String& name)
 
 bool DirectoryIterator::matches(const String& name, bool isDirectory) const
 {
-    const bool wanted = (whatToLookFor & (isDirectory ? 1u : 2u)) != 0;
+    const bool wanted = (whatToLookFor & (isDirectory ? lookForFolders : lookForFiles)) != 0;
     if (!wanted)
         return false;
     // A single pattern without recursion was already applied by the folder's own search.
@@ -220,11 +224,12 @@ std::vector<File> ExpandInputList(const String& input, const Recursion& recursio
     else if (ContainsChar(text, '/'))
     {
         const int64_t last = LastIndexOf(text, '/');
-        collectMatches(files, File(SubString(text, 0, last + 1)), SubString(text, last + 1), recursion, 2);
+        collectMatches(files, File(SubString(text, 0, last + 1)), SubString(text, last + 1), recursion, lookForFiles);
     }
     else
     {
-        collectMatches(files, File::GetCurrentWorkingDirectory(), text, recursion, 3);
+        // Folders are asked for here too; like every folder found, they are dropped below.
+        collectMatches(files, File::GetCurrentWorkingDirectory(), text, recursion, lookForFiles | lookForFolders);
     }
 
     files.erase(std::remove_if(files.begin(), files.end(), [](const File& file) { return file.IsDirectory(); }),

@@ -7,7 +7,7 @@ const NamedValueTable<DelayInterpolationSettings::Mode>& DelayInterpolationSetti
 {
     // The cubic kernels are also known by their bare names, the order left out; "lin"
     // is the same kind of shortening for the linear one.
-    static const NamedValueTable<Mode> table = BuildNameTable<Mode>({
+    return SharedNameTable<Mode>({
         {nearest, {"nearest"}},
         {linear, {"linear", "lin"}},
         {lagrange3, {"lagrange3", "lagrange 3"}},
@@ -20,7 +20,6 @@ const NamedValueTable<DelayInterpolationSettings::Mode>& DelayInterpolationSetti
         {thiran2, {"thiran2", "thiran 2nd order", "allpass 2nd order"}},
         {thiran3, {"thiran3", "thiran 3rd order", "allpass 3rd order"}},
     });
-    return table;
 }
 
 int DelayInterpolationSettings::FindMode(const String& name)
@@ -31,11 +30,10 @@ int DelayInterpolationSettings::FindMode(const String& name)
 const NamedValueTable<VaryingDelay::Mode>& VaryingDelay::GetModeNames()
 {
     // "FDL" and "XDL" are the initials of the two long names.
-    static const NamedValueTable<Mode> table = BuildNameTable<Mode>({
+    return SharedNameTable<Mode>({
         {interpolation, {"vdelay", "vdelay~", "interpolation", "fractional-delay-line", "FDL"}},
         {crossfade, {"xdelay", "xdelay~", "crossfade", "crossfading-delay-line", "XDL"}},
     });
-    return table;
 }
 
 int VaryingDelay::FindMode(const String& name)

@@ -5,11 +5,10 @@ namespace kvo
 
 const NamedValueTable<Dimension>& GetDimensionNames()
 {
-    static const NamedValueTable<Dimension> table = BuildNameTable<Dimension>({
+    return SharedNameTable<Dimension>({
         {twoDimensional, {"2", "2d", "2D", "2-D", "hoa2d", "hoa-2d", "2dhoa"}},
         {threeDimensional, {"3", "3d", "3D", "3-D", "hoa3d", "hoa-3d", "3dhoa"}},
     });
-    return table;
 }
 
 int FindDimension(const String& name)

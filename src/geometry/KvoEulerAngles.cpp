@@ -7,7 +7,7 @@ const NamedValueTable<EulerAngles::Mode>& EulerAngles::GetModeNames()
 {
     // Each sequence has three spellings: "Euler" and the axes, the bare axes, and the
     // axes between dashes.
-    static const NamedValueTable<Mode> table = BuildNameTable<Mode>({
+    return SharedNameTable<Mode>({
         {eulerXYX, {"EulerXYX", "XYX", "x-y-x"}},
         {eulerYXY, {"EulerYXY", "YXY", "y-x-y"}},
         {eulerYZY, {"EulerYZY", "YZY", "y-z-y"}},
@@ -20,7 +20,6 @@ const NamedValueTable<EulerAngles::Mode>& EulerAngles::GetModeNames()
         {eulerZXY, {"ZXY", "z-x-y", "EulerZXY"}},
         {eulerZYX, {"EulerZYX", "z-y-x", "ZYX"}},
     });
-    return table;
 }
 
 int EulerAngles::FindMode(const String& name)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <initializer_list>
+#include <type_traits>
 
 #include "core/KvoNamedValueTable.h"
 
@@ -31,6 +32,19 @@ NamedValueTable<Enum> BuildNameTable(std::initializer_list<NameGroup<Enum>> grou
         for (const char* spelling : group.spellings)
             if (!table.Contains(spelling))
                 table.Add(spelling, group.value);
+    return table;
+}
+
+/**
+    The name table of the enumeration Enum, built from groups on the first call and shared
+    by all threads after it: every later call returns that table and ignores its groups.
+    One table per enumeration type, so only the enumeration's own accessor may call this.
+*/
+template <typename Enum>
+const NamedValueTable<Enum>& SharedNameTable(std::initializer_list<NameGroup<Enum>> groups)
+{
+    static_assert(std::is_enum_v<Enum>, "one table per enumeration type");
+    static const NamedValueTable<Enum> table = BuildNameTable<Enum>(groups);
     return table;
 }
 

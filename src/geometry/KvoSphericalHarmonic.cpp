@@ -5,19 +5,18 @@ namespace kvo
 
 const NamedValueTable<SphericalHarmonic::Sorting>& SphericalHarmonic::GetSortingNames()
 {
-    static const NamedValueTable<Sorting> table = BuildNameTable<Sorting>({
+    return SharedNameTable<Sorting>({
         {acn, {"ACN", "AmbisonicChannelNumber", "ambisonic channel number", "acn", "increasing degrees", "ambix",
                "WYZX (ACN)"}},
         {sid, {"SID", "SingleIndexDesignation", "single index designation", "sid", "alternate degrees"}},
         {fmh, {"FMH", "Furse-Malham Harmonics", "Furse Malham Harmonics", "WXYZ (FMH)", "WXYZ (Furse-Malham)",
                "WXYZ (Furse Malham)", "WXYZ (classic FOA)", "WXYZ (classic)"}},
     });
-    return table;
 }
 
 const NamedValueTable<SphericalHarmonic::Norm>& SphericalHarmonic::GetNormNames()
 {
-    static const NamedValueTable<Norm> table = BuildNameTable<Norm>({
+    return SharedNameTable<Norm>({
         {sn3d, {"SN3D", "SchmidtSeminormalized3D", "Schmidt-Seminormalized3D", "Schmidt-Seminormalized-3D",
                 "Seminormalized3D", "Seminormalized 3D"}},
         {sn2d, {"SN2D", "SchmidtSeminormalized2D", "Schmidt-Seminormalized2D", "Schmidt-Seminormalized-2D",
@@ -28,7 +27,6 @@ const NamedValueTable<SphericalHarmonic::Norm>& SphericalHarmonic::GetNormNames(
         {maxN, {"MaxN", "Max-N", "Max Normalization"}},
         {unnormalized, {"unnormalized", "Earl G. Williams"}},
     });
-    return table;
 }
 
 int SphericalHarmonic::FindSorting(const String& name)

@@ -9,25 +9,11 @@ namespace kvo
 class SphericalHarmonic
 {
 public:
-    /** The order of the channels. */
-    enum Sorting : int
-    {
-        acn = 0, // ambisonic channel number
-        sid = 1, // single index designation
-        fmh = 2  // Furse-Malham
-    };
+    /** The order of the channels: ambisonic channel number, single index designation, Furse-Malham. */
+    enum Sorting : int { acn = 0, sid = 1, fmh = 2 };
 
     /** The scaling of each spherical harmonic. */
-    enum Norm : int
-    {
-        sn3d = 0,
-        sn2d = 1,
-        n3d = 2,
-        n2d = 3,
-        fuma = 4,
-        maxN = 5,
-        unnormalized = 6
-    };
+    enum Norm : int { sn3d = 0, sn2d = 1, n3d = 2, n2d = 3, fuma = 4, maxN = 5, unnormalized = 6 };
 
     static const NamedValueTable<Sorting>& GetSortingNames();
     static const NamedValueTable<Norm>& GetNormNames();

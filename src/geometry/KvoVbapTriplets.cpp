@@ -7,11 +7,10 @@ namespace kvo
 
 const NamedValueTable<VbapTriplets::TriangulationMode>& VbapTriplets::GetTriangulationModeNames()
 {
-    static const NamedValueTable<TriangulationMode> table = BuildNameTable<TriangulationMode>({
+    return SharedNameTable<TriangulationMode>({
         {legacy, {"legacy"}},
         {delaunay, {"delaunay", "spherical delaunay"}},
     });
-    return table;
 }
 
 VbapTriplets::TriangulationMode VbapTriplets::GetTriangulationMode(const String& name)

@@ -28,7 +28,6 @@ public:
     /** Sets the element count: shrinking keeps the capacity, growing zero-fills. */
     void Resize(uint64_t numElements);
     void PushBack(const T& value);
-    void EmplaceBack(T&& value);
     void Insert(uint64_t index, const T& value);
     /** Removes the element at index and closes the gap; index must be in range. */
     void Erase(uint64_t index);

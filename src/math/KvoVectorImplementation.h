@@ -246,12 +246,6 @@ void Vector<T>::PushBack(const T& value)
 }
 
 template <typename T>
-void Vector<T>::EmplaceBack(T&& value)
-{
-    append(std::move(value));
-}
-
-template <typename T>
 void Vector<T>::Insert(uint64_t index, const T& value)
 {
     const uint64_t size = GetSize();

@@ -239,22 +239,18 @@ void OscPath::assign(const String& newText)
     text.Set(withoutSlash);
 }
 
-OscAddress::OscAddress(const char* text) : OscAddress(String(text))
+template <typename Path>
+OscPathOf<Path>::OscPathOf(const char* pathText) : OscPathOf(String(pathText))
 {
 }
 
-OscAddress::OscAddress(const String& text)
+template <typename Path>
+OscPathOf<Path>::OscPathOf(const String& pathText)
 {
-    assign<OscAddress>(text);
+    assign<Path>(pathText);
 }
 
-OscAddressPattern::OscAddressPattern(const char* text) : OscAddressPattern(String(text))
-{
-}
-
-OscAddressPattern::OscAddressPattern(const String& text)
-{
-    assign<OscAddressPattern>(text);
-}
+template class OscPathOf<OscAddress>;
+template class OscPathOf<OscAddressPattern>;
 
 } // namespace kvo

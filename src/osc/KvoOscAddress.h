@@ -111,28 +111,32 @@ private:
     HashedString text;
 };
 
+/** The constructors of a kind of path: Path's isPattern and forbiddenCharacters decide how text is tokenised. */
+template <typename Path>
+class OscPathOf : public OscPath
+{
+public:
+    OscPathOf() = default;
+    explicit OscPathOf(const char* pathText);
+    explicit OscPathOf(const String& pathText);
+};
+
 /** A concrete OSC address: none of the pattern characters "*,?[]{}" allowed. */
-class OscAddress : public OscPath
+class OscAddress : public OscPathOf<OscAddress>
 {
 public:
     static constexpr bool isPattern = false;
     static constexpr const char* forbiddenCharacters = " #*,/?[]{}";
-
-    OscAddress() = default;
-    explicit OscAddress(const char* text);
-    explicit OscAddress(const String& text);
+    using OscPathOf::OscPathOf;
 };
 
 /** An OSC address pattern: may hold "*", ",", "?" and balanced "[]" and "{}". */
-class OscAddressPattern : public OscPath
+class OscAddressPattern : public OscPathOf<OscAddressPattern>
 {
 public:
     static constexpr bool isPattern = true;
     static constexpr const char* forbiddenCharacters = " #/";
-
-    OscAddressPattern() = default;
-    explicit OscAddressPattern(const char* text);
-    explicit OscAddressPattern(const String& text);
+    using OscPathOf::OscPathOf;
 };
 
 } // namespace kvo

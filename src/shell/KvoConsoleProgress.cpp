@@ -13,10 +13,6 @@ namespace kvo
 namespace
 {
 
-// Terminal cursor control around each report; plain consoles get nothing.
-const char* const cursorSave = "";
-const char* const cursorRestore = "";
-
 constexpr int progressScale = 100;
 constexpr int progressDivisions = 100;
 
@@ -36,6 +32,12 @@ int64_t shownPercent(double value, int scale)
     return static_cast<int64_t>(value * 100.0 / scale);
 }
 
+/** The head of every report: "Progress : " and the percentage shown. */
+String progressHead(double value, int scale)
+{
+    return String("Progress : ") + FromInteger(static_cast<uint64_t>(shownPercent(value, scale))) + " %";
+}
+
 } // namespace
 
 int64_t WallClockMilliseconds()
@@ -51,8 +53,7 @@ void PrintProgressStart(double value, int scale, int divisions, std::ostream& st
     if (!isOnDivision(value, scale, divisions))
         return;
 
-    stream << cursorSave << cursorRestore << StyledText(String("Progress : ") + FromInteger(static_cast<uint64_t>(shownPercent(value, scale))) + " % ").GetStdString()
-           << cursorSave << cursorRestore;
+    stream << StyledText(progressHead(value, scale) + " ").GetStdString();
 }
 
 void PrintProgressLine(double value, int64_t startTime, int scale, int divisions, std::ostream& stream, int64_t now)
@@ -66,9 +67,9 @@ void PrintProgressLine(double value, int64_t startTime, int scale, int divisions
     if (!std::isfinite(remaining))
         remaining = 0.0; // nothing done yet: no estimate to give
 
-    const String text = String("Progress : ") + FromInteger(static_cast<uint64_t>(shownPercent(value, scale))) + " %  (elapsed "
-                        + FormatDuration(elapsed) + " | remaining " + FormatDuration(remaining) + ")";
-    stream << cursorSave << cursorRestore << StyledText(text).GetStdString() << cursorSave << cursorRestore;
+    const String text = progressHead(value, scale) + "  (elapsed " + FormatDuration(elapsed) + " | remaining "
+                        + FormatDuration(remaining) + ")";
+    stream << StyledText(text).GetStdString();
 }
 
 ConsoleProgress::ConsoleProgress(uint64_t total, unsigned int step)

@@ -19,4 +19,6 @@ void SonaJoin::SetDestination(const File& file)
     destination = file;
 }
 
+// Process, the join itself, is in audiofiles/KvoAudioFilesUtilities.cpp.
+
 } // namespace kvo

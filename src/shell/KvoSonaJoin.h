@@ -22,7 +22,10 @@ public:
     void SetInputs(const String& inputList, const int& recursion);
     void SetDestination(const File& file);
 
-    /** Runs the join; failures are reported by exception. */
+    /**
+        Runs the join; failures are reported by exception. Defined in
+        audiofiles/KvoAudioFilesUtilities.cpp, beside the helpers that move the samples.
+    */
     void Process();
 
     const std::vector<File>& GetInputFiles() const noexcept { return inputFiles; }

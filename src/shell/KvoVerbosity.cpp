@@ -5,13 +5,12 @@ namespace kvo
 
 const NamedValueTable<Verbosity::Level>& Verbosity::GetLevelNames()
 {
-    static const NamedValueTable<Level> table = BuildNameTable<Level>({
+    return SharedNameTable<Level>({
         {normal, {"normal", "default"}},
         {minimal, {"minimal"}},
         {silent, {"silent"}},
         {detailed, {"detailed"}},
     });
-    return table;
 }
 
 int Verbosity::FindLevel(const String& name)

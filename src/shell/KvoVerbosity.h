@@ -9,13 +9,7 @@ namespace kvo
 class Verbosity
 {
 public:
-    enum Level : int
-    {
-        silent = 0,
-        minimal = 1,
-        normal = 2,
-        detailed = 3
-    };
+    enum Level : int { silent = 0, minimal = 1, normal = 2, detailed = 3 };
 
     static const NamedValueTable<Level>& GetLevelNames();
     /** The Level that name stands for, or -1. */

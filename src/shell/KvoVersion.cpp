@@ -1,5 +1,6 @@
 #include "shell/KvoVersion.h"
 
+#include <climits>
 #include <ctime>
 
 namespace kvo
@@ -10,7 +11,6 @@ namespace
 constexpr int32_t versionMajor = 5;
 constexpr int32_t versionMinor = 0;
 constexpr int32_t versionPatch = 2;
-constexpr int32_t samplePrecision = 32;
 
 } // namespace
 
@@ -25,7 +25,8 @@ String GetVersionText(bool detailed)
 
 String GetPrecisionText()
 {
-    return FromInteger(samplePrecision) + "-bit float";
+    // The library computes in float samples: the precision is their width.
+    return FromInteger(static_cast<int32_t>(sizeof(float) * CHAR_BIT)) + "-bit float";
 }
 
 String GetArchitectureName()
