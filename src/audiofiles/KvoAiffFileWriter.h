@@ -26,13 +26,18 @@ public:
     */
     static ScopedPointer<AiffFileWriter> CreateWriterFor(const File& file, double sampleRate,
                                                          unsigned int numChannels, int bitsDepth,
-                                                         const Overwrite& overwrite);
+                                                         const Overwrite& overwrite)
+    {
+        return createPrepared<AiffFileWriter>(file, sampleRate, numChannels, bitsDepth, overwrite);
+    }
 
     ~AiffFileWriter() override;
 
     String getDefaultExtension() const override { return ".aiff"; }
 
 protected:
+    friend class AudioFileWriter; // its createPrepared constructs the writer
+
     AiffFileWriter(const File& file, double sampleRate, unsigned int numChannels, int bitsDepth);
 
     bool writeRawSamples(int** channels, uint64_t numSamples) override;

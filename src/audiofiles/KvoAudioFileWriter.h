@@ -67,6 +67,16 @@ protected:
     */
     static bool prepareDestination(const File& file, double sampleRate, int bitsDepth, const Overwrite& overwrite);
 
+    /** A format's CreateWriterFor: prepareDestination, then a Writer on file; null when the folder cannot be made. */
+    template <typename Writer>
+    static ScopedPointer<Writer> createPrepared(const File& file, double sampleRate, unsigned int numChannels,
+                                                int bitsDepth, const Overwrite& overwrite)
+    {
+        if (!prepareDestination(file, sampleRate, bitsDepth, overwrite))
+            return nullptr;
+        return ScopedPointer<Writer>(new Writer(file, sampleRate, numChannels, bitsDepth));
+    }
+
     File file;
     ScopedPointer<FileWriter> fileWriter;
     int64_t headerPosition = 0;
