@@ -44,13 +44,8 @@ ScopedPointer<AudioFileReader> createWavReader(const File& file)
 
 AudioFilesMetadata GetMetadataFor(const File& file)
 {
-    if (!file.IsFile())
-        return {};
-
-    const ScopedPointer<AudioFileReader> reader = AudioFileReader::CreateReaderFor(file);
-    if (reader == nullptr)
-        return {};
-    return reader->getMetadata();
+    // A file's path is not empty, so there is always a reader.
+    return file.IsFile() ? AudioFileReader::CreateReaderFor(file)->getMetadata() : AudioFilesMetadata();
 }
 
 // ---------------------------------------------------------------------------------------

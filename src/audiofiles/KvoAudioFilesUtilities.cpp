@@ -9,6 +9,7 @@
 
 #include "audiofiles/KvoAudioFileReader.h"
 #include "audiofiles/KvoAudioFileWriter.h"
+#include "audiofiles/KvoByteOrder.h"
 #include "containers/KvoAudioBuffer.h"
 #include "core/KvoException.h"
 #include "core/KvoReportLine.h"
@@ -30,15 +31,6 @@ const char* const unknownFileType = "unknown";
 // In the order GetWavExtensions hands them out.
 const char* const wavExtensions[] = { ".wav", ".w64", ".bwf", ".bw64", ".amb", ".uhj" };
 
-/** A four-character code as it reads when a file's first four bytes are taken little-endian. */
-constexpr uint32_t fourCC(const char (&code)[5]) noexcept
-{
-    return static_cast<uint32_t>(static_cast<uint8_t>(code[0]))
-           | static_cast<uint32_t>(static_cast<uint8_t>(code[1])) << 8
-           | static_cast<uint32_t>(static_cast<uint8_t>(code[2])) << 16
-           | static_cast<uint32_t>(static_cast<uint8_t>(code[3])) << 24;
-}
-
 /**
     The first four bytes of the file as a little-endian integer; 0 when the file is shorter
     or is not a file. A file that exists but cannot be opened throws as FileReader does.
@@ -48,11 +40,8 @@ uint32_t readMagic(const File& file)
     if (!file.IsFile())
         return 0;
 
-    uint8_t bytes[4] = {};
     FileReader reader(file);
-    reader.Read(bytes, sizeof(bytes));
-    return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8
-           | static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
+    return static_cast<uint32_t>(ReadLittleEndian(reader, 4));
 }
 
 } // namespace
@@ -95,9 +84,9 @@ String GetFileType(const File& file)
 {
     // Content first. Wave64 ("riff") and MP3 have no magic here: they are known by name only.
     const uint32_t magic = readMagic(file);
-    if (magic == fourCC("FORM"))
+    if (magic == LittleEndianFourCC("FORM"))
         return aiffFileType;
-    if (magic == fourCC("RIFF") || magic == fourCC("RF64") || magic == fourCC("BW64"))
+    if (magic == LittleEndianFourCC("RIFF") || magic == LittleEndianFourCC("RF64") || magic == LittleEndianFourCC("BW64"))
         return wavFileType;
 
     if (HasAiffExtension(file))
@@ -172,12 +161,8 @@ void printLine(const String& text)
 */
 AudioFilesMetadata readFirstPassRecord(const File& input)
 {
-    if (!input.Exists())
-        return {};
-    const ScopedPointer<AudioFileReader> reader = AudioFileReader::CreateReaderFor(input);
-    if (reader == nullptr)
-        return {};
-    return reader->getMetadata();
+    // A path that exists is not empty, so there is always a reader.
+    return input.Exists() ? AudioFileReader::CreateReaderFor(input)->getMetadata() : AudioFilesMetadata();
 }
 
 /**
