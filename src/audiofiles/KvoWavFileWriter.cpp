@@ -95,6 +95,28 @@ private:
     uint8_t* cursor;
 };
 
+/** The fmt chunk: plain PCM or float, or the extensible format with its speaker mask. */
+void ComposeFormatChunk(ByteComposer& out, uint32_t numChannels, uint32_t bits, double sampleRate, bool extensible)
+{
+    const uint32_t bytesPerFrame = bits * numChannels >> 3;
+    out.Id("fmt ");
+    out.UInt32(extensible ? 40 : 16);
+    out.UInt16(extensible ? 0xFFFE : (bits < 32 ? 1 : 3));
+    out.UInt16(numChannels);
+    out.UInt32(TruncateToUint32(sampleRate));
+    out.UInt32(TruncateToUint32(static_cast<double>(bytesPerFrame) * sampleRate));
+    out.UInt16(bytesPerFrame);
+    out.UInt16(bits);
+    if (extensible)
+    {
+        out.UInt16(22);
+        out.UInt16(bits);
+        out.UInt32(ChannelMaskFor(numChannels));
+        const Guid& subformat = bits < 32 ? pcmSubformat : floatSubformat;
+        out.Bytes(subformat.data(), subformat.size());
+    }
+}
+
 /** The entry at index, or an empty text where the array is shorter than the chna table. */
 const String& EntryOrEmpty(const StringArray& array, uint64_t index)
 {
@@ -225,22 +247,7 @@ void WavFileWriter::writeHeader()
         out.Zeros(junkSize);
     }
 
-    out.Id("fmt ");
-    out.UInt32(extensible ? 40 : 16);
-    out.UInt16(extensible ? 0xFFFE : (bits < 32 ? 1 : 3));
-    out.UInt16(numChannels);
-    out.UInt32(TruncateToUint32(metadata.sampleRate));
-    out.UInt32(TruncateToUint32(static_cast<double>(bytesPerFrame) * metadata.sampleRate));
-    out.UInt16(bytesPerFrame);
-    out.UInt16(bits);
-    if (extensible)
-    {
-        out.UInt16(22);
-        out.UInt16(bits);
-        out.UInt32(ChannelMaskFor(numChannels));
-        const Guid& subformat = bits < 32 ? pcmSubformat : floatSubformat;
-        out.Bytes(subformat.data(), subformat.size());
-    }
+    ComposeFormatChunk(out, numChannels, bits, metadata.sampleRate, extensible);
 
     out.Id("data");
     out.UInt32(rf64 ? 0xFFFFFFFFu : static_cast<uint32_t>(dataBytes));
