@@ -114,6 +114,26 @@ int64_t FileHandle::WriteFully(int handle, const void* source, int64_t numBytes)
     return transferFully(handle, static_cast<const uint8_t*>(source), numBytes, details::fileSystemCalls.write);
 }
 
+int64_t FileHandle::CopyRange(int source, int64_t sourceOffset, int destination, int64_t numBytes)
+{
+    const details::FileSystemCalls& calls = details::fileSystemCalls;
+    if (calls.read != systemRead || calls.write != systemWrite || calls.seek != systemSeek)
+        return 0;
+    int64_t done = 0;
+    off_t offset = sourceOffset;
+    while (source != invalid && destination != invalid && done < numBytes)
+    {
+        const auto piece = static_cast<size_t>(std::min(numBytes - done, details::largestFileSystemCall));
+        const ssize_t count = ::copy_file_range(source, &offset, destination, nullptr, piece, 0);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            break;
+        done += count;
+    }
+    return done;
+}
+
 void FileHandle::Close(int handle)
 {
     if (handle != invalid)
