@@ -49,7 +49,7 @@ AiffFileReader::AiffFileReader(const File& file) : PcmFileReader(file)
 {
     metadata.isFloat = false;
     metadata.formatName = "AIFF File";
-    decoder = ConvertBigEndianToInt32;
+    forms = ByteForms::aiff;
     readHeader();
 
     // A frame of no bytes would divide by zero when the staging is cut into frames.
@@ -135,7 +135,7 @@ bool AiffFileReader::readCommChunk(uint32_t chunkSize)
     if (!DecodeAiffSampleRate(rateBytes, metadata.sampleRate))
         return false;
 
-    decoder = ConvertBigEndianToInt32;
+    forms = ByteForms::aiff;
     if (chunkSize <= plainCommSize)
         return true;
 
@@ -144,7 +144,7 @@ bool AiffFileReader::readCommChunk(uint32_t chunkSize)
         return true;
     if (compression == fourCharCode("sowt"))
     {
-        decoder = ConvertAiffLittleEndianToInt32;
+        forms = ByteForms::aiffLittleEndian;
         return true;
     }
     if (compression == fourCharCode("fl32") || compression == fourCharCode("FL32"))

@@ -56,6 +56,7 @@ AiffFileWriter::AiffFileWriter(const File& file, double sampleRate, unsigned int
     : AudioFileWriter(file, sampleRate, numChannels, bitsDepth)
 {
     metadata.formatName = "AIFF File";
+    forms = ByteForms::aiff;
     // AIFF holds integers only: 32-bit output is clipped and scaled like any other width.
     metadata.isFloat = false;
     writeHeader();
@@ -95,7 +96,7 @@ void AiffFileWriter::writeHeader()
     fileWriter->Write(header, headerSize);
 }
 
-bool AiffFileWriter::fitsUnderCap(uint64_t numSamples, uint64_t& bytes) const noexcept
+bool AiffFileWriter::admitsFrames(uint64_t numSamples, uint64_t& bytes) const noexcept
 {
     // Worked out before anything is packed, so that a call that passes the cap costs no
     // memory, and without overflow for any count.
@@ -107,40 +108,6 @@ bool AiffFileWriter::fitsUnderCap(uint64_t numSamples, uint64_t& bytes) const no
 
     bytes = (bitsPerFrame * numSamples) >> 3;
     return bytes < maxDataBytes - bytesWritten;
-}
-
-bool AiffFileWriter::writeRawSamples(int** channels, uint64_t numSamples)
-{
-    if (writeFailed)
-        return false;
-
-    uint64_t bytes = 0;
-    if (fitsUnderCap(numSamples, bytes))
-    {
-        if (uint64_t(packBuffer.size) < bytes)
-            packBuffer.SetSize(int64_t(bytes), false);
-        if (uint64_t(packBuffer.size) < bytes) // the allocation failed
-            return failWrite();
-
-        PackAiffSamples(int(metadata.bitsPerSample), channels, metadata.numChannels, numSamples,
-                        reinterpret_cast<char*>(packBuffer.data));
-        if (fileWriter->Write(packBuffer.data, bytes))
-        {
-            bytesWritten += bytes;
-            metadata.numSamples += numSamples;
-            return true;
-        }
-    }
-
-    return failWrite();
-}
-
-bool AiffFileWriter::failWrite()
-{
-    // The whole call is dropped; the header is made right for what is stored so far.
-    writeHeader();
-    writeFailed = true;
-    return false;
 }
 
 } // namespace kvo

@@ -40,14 +40,10 @@ protected:
 
     AiffFileWriter(const File& file, double sampleRate, unsigned int numChannels, int bitsDepth);
 
-    bool writeRawSamples(int** channels, uint64_t numSamples) override;
     void writeHeader() override;
 
-private:
     /** Whether numSamples frames stay under the cap, and their size in bytes when they do. */
-    bool fitsUnderCap(uint64_t numSamples, uint64_t& bytes) const noexcept;
-    /** Rewrites the header for what is stored, latches the failure and returns false. */
-    bool failWrite();
+    bool admitsFrames(uint64_t numSamples, uint64_t& bytes) const noexcept override;
 };
 
 /**

@@ -64,13 +64,14 @@ ScopedPointer<AudioFileReader> AudioFileReader::CreateReaderFor(const File& file
     if (!file.IsFile())
         throw exceptions::NoSuchFile(file, KVO_CODE_LOCATION);
 
-    // Each test reads the file's start again; the readers throw themselves on a bad header.
+    // The file's start is read once for all three tests; the readers throw themselves on a bad header.
+    const String fileType = GetFileType(file);
     ScopedPointer<AudioFileReader> reader;
-    if (IsAiffFile(file))
+    if (fileType == "AIFF File")
         reader = createAiffReader(file);
-    else if (IsWavFile(file))
+    else if (fileType == "WAV File")
         reader = createWavReader(file);
-    else if (IsMp3File(file))
+    else if (fileType == "MP3 File")
         reader = createMp3Reader(file);
 
     if (reader != nullptr && reader->isValid())

@@ -4,15 +4,18 @@
 #include <vector>
 
 #include "audiofiles/KvoAudioFileReader.h"
+#include "audiofiles/KvoPcmSampleCoding.h"
 
 namespace kvo
 {
 
+class FileWriter;
+
 /**
     Base of the readers whose samples are interleaved PCM frames in one run of the file
     (the WAV family and AIFF). The format's constructor sets where the run starts, the width
-    of a frame and the decoder of the file's coding; this class does the reading: the seek
-    to a frame, the staging of the bytes, zero bytes for whatever a short file lacks and
+    of a frame and the byte forms of its samples; this class does the reading: the seek to
+    a frame, the staging of the bytes, zero bytes for whatever a short file lacks and
     silence for the frames past the header's count.
 */
 class PcmFileReader : public AudioFileReader
@@ -24,11 +27,18 @@ public:
     */
     static constexpr int32_t rawBlockSize = 5760;
 
-protected:
-    /** Turns numFrames interleaved frames of the file's coding into fixed point (or float bits). */
-    using FrameDecoder = void (*)(int bits, bool isFloat, int** dest, uint64_t destStart, unsigned int numDestChannels,
-                                  const char* source, unsigned int numSourceChannels, uint64_t numFrames);
+    /** The coding of the file's samples. */
+    SampleCoding getSampleCoding() const noexcept;
 
+    /**
+        Appends the bytes of numFrames frames from startFrame on to destination, in the
+        file's own coding, with the rules of readRawSamples: zero bytes for what a short file
+        lacks, the coding's 0.0 past the header's count. The bytes move inside the kernel
+        where the system allows. False when a write fails.
+    */
+    bool writeFrameBytes(FileWriter& destination, uint64_t startFrame, uint64_t numFrames);
+
+protected:
     explicit PcmFileReader(const File& file);
 
     bool readRawSamples(int** channels, uint64_t numSamples, uint64_t startSampleInFile) override;
@@ -40,19 +50,23 @@ protected:
     int64_t dataStart = 0;
     /** Bytes of one interleaved frame; must pass hasReadableFrameWidth before samples are read. */
     int64_t bytesPerFrame = 0;
-    FrameDecoder decoder = nullptr;
+    ByteForms forms = ByteForms::wav;
 
 private:
     /** The frames of [start, start + numRequested) that the header's count holds. */
     uint64_t countAvailable(uint64_t start, uint64_t numRequested) const noexcept;
     /** The file offset of frame, held at the largest offset where it would overflow. */
     int64_t getFramePosition(uint64_t frame) const noexcept;
+    uint64_t getFramesPerStage() const noexcept;
+    /** The staging memory, grown to hold numBytes. */
+    char* getStaging(int64_t numBytes);
     /**
         Reads numFrames frames at the reader's position into the staging memory; what the
         file lacks reads as zero bytes.
     */
     const char* stageFrames(uint64_t numFrames);
-    uint64_t getFramesPerStage() const noexcept;
+    /** Writes numBytes copies of value to destination through the staging memory. */
+    bool writeRepeatedByte(FileWriter& destination, uint8_t value, int64_t numBytes);
 
     /** Kept for the reader's life, so blocks allocate nothing once it has grown. */
     std::vector<char> staging;

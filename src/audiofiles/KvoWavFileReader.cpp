@@ -238,7 +238,6 @@ String ReadChnaField(FileReader& reader, size_t width)
 WavFileReader::WavFileReader(const File& file) : PcmFileReader(file)
 {
     metadata.formatName = "WAV File";
-    decoder = ConvertLittleEndianToInt32;
     readHeader();
     checkReadable();
 }

@@ -174,32 +174,6 @@ void WavFileWriter::writeChunk(const MemoryBlock& block, const int chunkId)
         throw Exception("error writing chunk", KVO_CODE_LOCATION);
 }
 
-bool WavFileWriter::writeRawSamples(int** channels, uint64_t numSamples)
-{
-    if (writeFailed)
-        return false;
-
-    const uint64_t bytes = uint64_t { metadata.bitsPerSample } * metadata.numChannels * numSamples >> 3;
-    if (static_cast<uint64_t>(packBuffer.size) < bytes)
-        packBuffer.Allocate(static_cast<int64_t>(bytes), false);
-
-    const bool stored = static_cast<uint64_t>(packBuffer.size) >= bytes;
-    if (stored)
-        PackWavSamples(static_cast<int>(metadata.bitsPerSample), channels, metadata.numChannels, numSamples,
-                       reinterpret_cast<char*>(packBuffer.data));
-    if (stored && fileWriter->Write(packBuffer.data, bytes))
-    {
-        bytesWritten += bytes;
-        metadata.numSamples += numSamples;
-        return true;
-    }
-
-    // Leave a file that is well-formed for what was stored so far; the partial block isn't counted.
-    writeHeader();
-    writeFailed = true;
-    return false;
-}
-
 void WavFileWriter::writeHeader()
 {
     // Odd data takes a pad byte. It goes at the end of the counted data rather than at the

@@ -56,7 +56,6 @@ public:
     void writeChunk(const MemoryBlock& block, int chunkId);
 
 protected:
-    bool writeRawSamples(int** channels, uint64_t numSamples) override;
     void writeHeader() override;
 
 private:
