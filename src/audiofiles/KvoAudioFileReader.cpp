@@ -55,6 +55,10 @@ AudioFileReader::AudioFileReader(const File& file) : fileReader(new FileReader(f
 {
 }
 
+AudioFileReader::AudioFileReader(FileReader* reader) : fileReader(reader)
+{
+}
+
 AudioFileReader::~AudioFileReader() = default;
 
 ScopedPointer<AudioFileReader> AudioFileReader::CreateReaderFor(const File& file)

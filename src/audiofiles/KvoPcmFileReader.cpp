@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-#include "files/KvoFileReader.h"
+#include "audiofiles/KvoReadAheadFileReader.h"
 #include "files/KvoFileWriter.h"
 
 namespace kvo
@@ -33,7 +33,8 @@ FrameDecoder DecoderFor(ByteForms forms)
 
 } // namespace
 
-PcmFileReader::PcmFileReader(const File& file) : AudioFileReader(file)
+// Headers are parsed field by field: the reader reads them ahead in windows.
+PcmFileReader::PcmFileReader(const File& file) : AudioFileReader(new ReadAheadFileReader(file))
 {
 }
 
