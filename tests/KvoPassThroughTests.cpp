@@ -99,11 +99,12 @@ TEST(PassThrough, CopiesTheBytesConversionWouldWrite)
 
         // The join chooses between copying and converting; either way its file is the converted one.
         EXPECT_EQ(RunSonaJoin({ "-i", input, "-d", output }).exitCode, 0);
-        EXPECT_EQ(ReadWholeFile(output), Store(input, output, 0, row.numFrames, false));
+        // Whole files compared as one value: a difference is reported without printing them.
+        EXPECT_TRUE(ReadWholeFile(output) == Store(input, output, 0, row.numFrames, false));
         const uint64_t numAsked = row.numFrames + row.pastEnd;
         if (row.bits < 32 || row.tag == 3)
         {
-            EXPECT_EQ(Store(input, output, 0, numAsked, true), Store(input, output, 0, numAsked, false));
+            EXPECT_TRUE(Store(input, output, 0, numAsked, true) == Store(input, output, 0, numAsked, false));
         }
     }
 }
