@@ -17,7 +17,7 @@ namespace kvo
 class ReadAheadFileReader : public FileReader
 {
 public:
-    explicit ReadAheadFileReader(const File& file) : FileReader(file) {}
+    explicit ReadAheadFileReader(const File& fileToRead) : FileReader(fileToRead) {}
 
     int64_t Read(void* dest, int64_t numBytes) override;
 
