@@ -1,9 +1,8 @@
 #include "audiofiles/KvoAiffFileReader.h"
 
 #include <algorithm>
-#include <cstring>
-#include <limits>
 
+#include "audiofiles/KvoByteOrder.h"
 #include "audiofiles/KvoPcmSampleCoding.h"
 #include "core/KvoException.h"
 #include "files/KvoFileReader.h"
@@ -14,12 +13,7 @@ namespace kvo
 namespace
 {
 
-/** A four-character code as the big-endian integer its bytes make in the file. */
-constexpr uint32_t fourCharCode(const char (&text)[5]) noexcept
-{
-    return uint32_t(uint8_t(text[0])) << 24 | uint32_t(uint8_t(text[1])) << 16 | uint32_t(uint8_t(text[2])) << 8
-           | uint32_t(uint8_t(text[3]));
-}
+constexpr uint32_t fourCharCode(const char (&text)[5]) noexcept { return BigEndianFourCC(text); }
 
 constexpr uint32_t formId = fourCharCode("FORM");
 constexpr uint32_t aiffType = fourCharCode("AIFF");
@@ -34,8 +28,6 @@ constexpr uint32_t aifcVersion1 = 0xA2805140;
 /** Size of a COMM chunk without the compression fields of AIFF-C. */
 constexpr uint32_t plainCommSize = 18;
 
-using FrameDecoder = void (*)(int, bool, int**, uint64_t, unsigned int, const char*, unsigned int, uint64_t);
-
 } // namespace
 
 bool DecodeAiffSampleRate(const uint8_t bytes[10], double& rate) noexcept
@@ -47,28 +39,22 @@ bool DecodeAiffSampleRate(const uint8_t bytes[10], double& rate) noexcept
         return false;
 
     const unsigned int shift = (0x401Eu - (unsigned(bytes[0]) << 8 | bytes[1])) & 31u;
-    const uint32_t mantissaTop = uint32_t(bytes[2]) << 24 | uint32_t(bytes[3]) << 16 | uint32_t(bytes[4]) << 8
-                                 | uint32_t(bytes[5]);
+    const uint32_t mantissaTop = uint32_t(LoadBigEndian(bytes + 2, 4));
     // The lower mantissa bytes carry only the fraction, which is dropped.
     rate = double(int32_t(mantissaTop >> shift));
     return true;
 }
 
-AiffFileReader::AiffFileReader(const File& file) : AudioFileReader(file)
+AiffFileReader::AiffFileReader(const File& file) : PcmFileReader(file)
 {
     metadata.isFloat = false;
     metadata.formatName = "AIFF File";
+    forms = ByteForms::aiff;
     readHeader();
 
-    if (!isValid() || !hasReadableFrames())
+    // A frame of no bytes would divide by zero when the staging is cut into frames.
+    if (!isValid() || !hasReadableFrameWidth())
         throw Exception(String("file ") + Quoted(file.GetFullPath()) + " is not a valid AIFF file", KVO_CODE_LOCATION);
-}
-
-bool AiffFileReader::hasReadableFrames() const noexcept
-{
-    // A frame of no bytes would divide by zero when the block is cut into frames, and a
-    // frame wider than the block would leave the reading loop without progress.
-    return bytesPerFrame >= 1 && bytesPerFrame <= rawBlockSize;
 }
 
 void AiffFileReader::readHeader()
@@ -149,7 +135,7 @@ bool AiffFileReader::readCommChunk(uint32_t chunkSize)
     if (!DecodeAiffSampleRate(rateBytes, metadata.sampleRate))
         return false;
 
-    isLittleEndian = false;
+    forms = ByteForms::aiff;
     if (chunkSize <= plainCommSize)
         return true;
 
@@ -158,7 +144,7 @@ bool AiffFileReader::readCommChunk(uint32_t chunkSize)
         return true;
     if (compression == fourCharCode("sowt"))
     {
-        isLittleEndian = true;
+        forms = ByteForms::aiffLittleEndian;
         return true;
     }
     if (compression == fourCharCode("fl32") || compression == fourCharCode("FL32"))
@@ -204,66 +190,19 @@ void AiffFileReader::readMarkChunk()
     }
 }
 
-bool AiffFileReader::readRawSamples(int** channels, uint64_t numSamples, uint64_t startSampleInFile)
-{
-    const uint64_t numInFile = metadata.numSamples;
-    const uint64_t available = startSampleInFile >= numInFile ? 0 : std::min(numInFile - startSampleInFile, numSamples);
-
-    if (available > 0)
-    {
-        // A start so far on that the offset leaves 64 bits lies past the end of the file anyway.
-        const uint64_t frameBytes = uint64_t(bytesPerFrame);
-        const uint64_t maxPosition = uint64_t(std::numeric_limits<int64_t>::max());
-        const bool beyondRange = startSampleInFile > (maxPosition - uint64_t(dataStart)) / frameBytes;
-        fileReader->SetPosition(beyondRange ? fileReader->GetTotalLength()
-                                            : dataStart + int64_t(frameBytes * startSampleInFile));
-    }
-
-    const FrameDecoder decode = isLittleEndian ? ConvertAiffLittleEndianToInt32 : ConvertBigEndianToInt32;
-    const uint64_t framesPerBlock = uint64_t(rawBlockSize / bytesPerFrame);
-    const int bits = int(metadata.bitsPerSample);
-    const unsigned int numChannels = metadata.numChannels;
-
-    for (uint64_t done = 0; done < available;)
-    {
-        const uint64_t numFrames = std::min(framesPerBlock, available - done);
-        const int64_t numBytes = int64_t(numFrames) * bytesPerFrame;
-        const int64_t numRead = std::max<int64_t>(0, fileReader->Read(rawBlock, numBytes));
-        // What the file lacks reads as zero bytes.
-        if (numRead < numBytes)
-            std::memset(rawBlock + numRead, 0, size_t(numBytes - numRead));
-
-        decode(bits, metadata.isFloat, channels, done, numChannels, rawBlock, numChannels, numFrames);
-        done += numFrames;
-    }
-
-    if (available < numSamples && channels[0] != nullptr)
-        for (unsigned int c = 0; c < numChannels; ++c)
-            if (channels[c] != nullptr)
-                std::fill(channels[c] + available, channels[c] + numSamples, 0);
-
-    return true;
-}
-
 uint32_t AiffFileReader::readUint32()
 {
-    uint8_t bytes[4] = {};
-    fileReader->Read(bytes, 4);
-    return uint32_t(bytes[0]) << 24 | uint32_t(bytes[1]) << 16 | uint32_t(bytes[2]) << 8 | uint32_t(bytes[3]);
+    return uint32_t(ReadBigEndian(*fileReader, 4));
 }
 
 uint16_t AiffFileReader::readUint16()
 {
-    uint8_t bytes[2] = {};
-    fileReader->Read(bytes, 2);
-    return uint16_t(bytes[0] << 8 | bytes[1]);
+    return uint16_t(ReadBigEndian(*fileReader, 2));
 }
 
 uint8_t AiffFileReader::readByte()
 {
-    uint8_t byte = 0;
-    fileReader->Read(&byte, 1);
-    return byte;
+    return uint8_t(ReadBigEndian(*fileReader, 1));
 }
 
 } // namespace kvo

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "audiofiles/KvoAudioFileReader.h"
+#include "audiofiles/KvoPcmFileReader.h"
 
 namespace kvo
 {
@@ -12,18 +12,12 @@ namespace kvo
     "FL32"), with the markers of a MARK chunk. The header is parsed in the constructor,
     which throws " is not a valid AIFF file" for a file it cannot read.
 */
-class AiffFileReader : public AudioFileReader
+class AiffFileReader : public PcmFileReader
 {
 public:
-    /** Staging memory between the file and the decoders, in bytes. */
-    static constexpr int rawBlockSize = 5760;
-
     explicit AiffFileReader(const File& file);
 
     String getDefaultExtension() const override { return ".aiff"; }
-
-protected:
-    bool readRawSamples(int** channels, uint64_t numSamples, uint64_t startSampleInFile) override;
 
 private:
     struct SeenChunks
@@ -40,18 +34,12 @@ private:
     bool readCommChunk(uint32_t chunkSize);
     void readSsndChunk(uint32_t chunkSize);
     void readMarkChunk();
-    /** True when a frame fits the staging block; a header that fails this cannot be read. */
-    bool hasReadableFrames() const noexcept;
 
     // Integers of the header, big-endian; what the file lacks reads as zero.
     uint32_t readUint32();
     uint16_t readUint16();
     uint8_t readByte();
 
-    int64_t bytesPerFrame = 0;
-    int64_t dataStart = 0;
-    bool isLittleEndian = false;
-    char rawBlock[rawBlockSize] = {};
 };
 
 /**

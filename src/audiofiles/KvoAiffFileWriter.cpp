@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "audiofiles/KvoByteOrder.h"
 #include "audiofiles/KvoPcmSampleCoding.h"
 #include "files/KvoFileWriter.h"
 
@@ -10,20 +11,6 @@ namespace kvo
 
 namespace
 {
-
-void putUint32(uint8_t* dest, uint32_t value) noexcept
-{
-    dest[0] = uint8_t(value >> 24);
-    dest[1] = uint8_t(value >> 16);
-    dest[2] = uint8_t(value >> 8);
-    dest[3] = uint8_t(value);
-}
-
-void putUint16(uint8_t* dest, uint16_t value) noexcept
-{
-    dest[0] = uint8_t(value >> 8);
-    dest[1] = uint8_t(value);
-}
 
 void putText(uint8_t* dest, const char (&text)[5]) noexcept
 {
@@ -62,25 +49,14 @@ void EncodeAiffSampleRate(double rate, uint8_t bytes[10]) noexcept
     const uint32_t mantissaTop = n << (k + 1);
 
     bytes[1] = uint8_t(29 - k);
-    putUint32(bytes + 2, mantissaTop);
-}
-
-ScopedPointer<AiffFileWriter> AiffFileWriter::CreateWriterFor(const File& file, double sampleRate,
-                                                              unsigned int numChannels, int bitsDepth,
-                                                              const Overwrite& overwrite)
-{
-    if (!prepareDestination(file, sampleRate, bitsDepth, overwrite))
-        return nullptr;
-    return ScopedPointer<AiffFileWriter>(new AiffFileWriter(file, sampleRate, numChannels, bitsDepth));
+    StoreBigEndian(bytes + 2, mantissaTop, 4);
 }
 
 AiffFileWriter::AiffFileWriter(const File& file, double sampleRate, unsigned int numChannels, int bitsDepth)
     : AudioFileWriter(file, sampleRate, numChannels, bitsDepth)
 {
-    if (fileWriter == nullptr)
-        return;
-
     metadata.formatName = "AIFF File";
+    forms = ByteForms::aiff;
     // AIFF holds integers only: 32-bit output is clipped and scaled like any other width.
     metadata.isFloat = false;
     writeHeader();
@@ -88,9 +64,6 @@ AiffFileWriter::AiffFileWriter(const File& file, double sampleRate, unsigned int
 
 AiffFileWriter::~AiffFileWriter()
 {
-    if (fileWriter == nullptr)
-        return;
-
     // After a failed write the position stands behind the header, so this pad byte lands
     // on the first sample byte; the header written next is right either way.
     if ((bytesWritten & 1) != 0)
@@ -100,9 +73,6 @@ AiffFileWriter::~AiffFileWriter()
 
 void AiffFileWriter::writeHeader()
 {
-    if (fileWriter == nullptr)
-        return;
-
     // The sizes are 32-bit fields; the cap on the data keeps them from wrapping.
     const uint32_t bytesPerFrame = (metadata.bitsPerSample * metadata.numChannels) >> 3;
     const uint32_t dataBytes = bytesPerFrame * uint32_t(metadata.numSamples);
@@ -110,23 +80,23 @@ void AiffFileWriter::writeHeader()
 
     uint8_t header[headerSize] = {};
     putText(header, "FORM");
-    putUint32(header + 4, paddedBytes + 46);
+    StoreBigEndian(header + 4, paddedBytes + 46, 4);
     putText(header + 8, "AIFF");
     putText(header + 12, "COMM");
-    putUint32(header + 16, 18);
-    putUint16(header + 20, uint16_t(metadata.numChannels));
-    putUint32(header + 22, uint32_t(metadata.numSamples));
-    putUint16(header + 26, uint16_t(metadata.bitsPerSample));
+    StoreBigEndian(header + 16, 18, 4);
+    StoreBigEndian(header + 20, metadata.numChannels, 2);
+    StoreBigEndian(header + 22, uint32_t(metadata.numSamples), 4);
+    StoreBigEndian(header + 26, metadata.bitsPerSample, 2);
     EncodeAiffSampleRate(metadata.sampleRate, header + 28);
     putText(header + 38, "SSND");
-    putUint32(header + 42, paddedBytes + 8);
+    StoreBigEndian(header + 42, paddedBytes + 8, 4);
     // Offset and block size stay 0: the samples follow at once.
 
     fileWriter->SetPosition(headerPosition);
     fileWriter->Write(header, headerSize);
 }
 
-bool AiffFileWriter::fitsUnderCap(uint64_t numSamples, uint64_t& bytes) const noexcept
+bool AiffFileWriter::admitsFrames(uint64_t numSamples, uint64_t& bytes) const noexcept
 {
     // Worked out before anything is packed, so that a call that passes the cap costs no
     // memory, and without overflow for any count.
@@ -138,40 +108,6 @@ bool AiffFileWriter::fitsUnderCap(uint64_t numSamples, uint64_t& bytes) const no
 
     bytes = (bitsPerFrame * numSamples) >> 3;
     return bytes < maxDataBytes - bytesWritten;
-}
-
-bool AiffFileWriter::writeRawSamples(int** channels, uint64_t numSamples)
-{
-    if (writeFailed)
-        return false;
-
-    uint64_t bytes = 0;
-    if (fitsUnderCap(numSamples, bytes))
-    {
-        if (uint64_t(packBuffer.size) < bytes)
-            packBuffer.SetSize(int64_t(bytes), false);
-        if (uint64_t(packBuffer.size) < bytes) // the allocation failed
-            return failWrite();
-
-        PackAiffSamples(int(metadata.bitsPerSample), channels, metadata.numChannels, numSamples,
-                        reinterpret_cast<char*>(packBuffer.data));
-        if (fileWriter->Write(packBuffer.data, bytes))
-        {
-            bytesWritten += bytes;
-            metadata.numSamples += numSamples;
-            return true;
-        }
-    }
-
-    return failWrite();
-}
-
-bool AiffFileWriter::failWrite()
-{
-    // The whole call is dropped; the header is made right for what is stored so far.
-    writeHeader();
-    writeFailed = true;
-    return false;
 }
 
 } // namespace kvo

@@ -26,23 +26,24 @@ public:
     */
     static ScopedPointer<AiffFileWriter> CreateWriterFor(const File& file, double sampleRate,
                                                          unsigned int numChannels, int bitsDepth,
-                                                         const Overwrite& overwrite);
+                                                         const Overwrite& overwrite)
+    {
+        return createPrepared<AiffFileWriter>(file, sampleRate, numChannels, bitsDepth, overwrite);
+    }
 
     ~AiffFileWriter() override;
 
     String getDefaultExtension() const override { return ".aiff"; }
 
 protected:
+    friend class AudioFileWriter; // its createPrepared constructs the writer
+
     AiffFileWriter(const File& file, double sampleRate, unsigned int numChannels, int bitsDepth);
 
-    bool writeRawSamples(int** channels, uint64_t numSamples) override;
     void writeHeader() override;
 
-private:
     /** Whether numSamples frames stay under the cap, and their size in bytes when they do. */
-    bool fitsUnderCap(uint64_t numSamples, uint64_t& bytes) const noexcept;
-    /** Rewrites the header for what is stored, latches the failure and returns false. */
-    bool failWrite();
+    bool admitsFrames(uint64_t numSamples, uint64_t& bytes) const noexcept override;
 };
 
 /**

@@ -44,19 +44,18 @@ ScopedPointer<AudioFileReader> createWavReader(const File& file)
 
 AudioFilesMetadata GetMetadataFor(const File& file)
 {
-    if (!file.IsFile())
-        return {};
-
-    const ScopedPointer<AudioFileReader> reader = AudioFileReader::CreateReaderFor(file);
-    if (reader == nullptr)
-        return {};
-    return reader->getMetadata();
+    // A file's path is not empty, so there is always a reader.
+    return file.IsFile() ? AudioFileReader::CreateReaderFor(file)->getMetadata() : AudioFilesMetadata();
 }
 
 // ---------------------------------------------------------------------------------------
 // AudioFileReader
 
 AudioFileReader::AudioFileReader(const File& file) : fileReader(new FileReader(file))
+{
+}
+
+AudioFileReader::AudioFileReader(FileReader* reader) : fileReader(reader)
 {
 }
 
@@ -69,13 +68,14 @@ ScopedPointer<AudioFileReader> AudioFileReader::CreateReaderFor(const File& file
     if (!file.IsFile())
         throw exceptions::NoSuchFile(file, KVO_CODE_LOCATION);
 
-    // Each test reads the file's start again; the readers throw themselves on a bad header.
+    // The file's start is read once for all three tests; the readers throw themselves on a bad header.
+    const String fileType = GetFileType(file);
     ScopedPointer<AudioFileReader> reader;
-    if (IsAiffFile(file))
+    if (fileType == "AIFF File")
         reader = createAiffReader(file);
-    else if (IsWavFile(file))
+    else if (fileType == "WAV File")
         reader = createWavReader(file);
-    else if (IsMp3File(file))
+    else if (fileType == "MP3 File")
         reader = createMp3Reader(file);
 
     if (reader != nullptr && reader->isValid())

@@ -39,6 +39,8 @@ public:
 protected:
     /** Opens fileReader on file; throws as FileReader does for a missing or unopenable file. */
     explicit AudioFileReader(const File& file);
+    /** Takes ownership of reader as fileReader: a reader of a kind of its own, opened on the file. */
+    explicit AudioFileReader(FileReader* reader);
 
     /**
         Fills each channel array with numSamples values from frame startSampleInFile on:

@@ -6,6 +6,7 @@
 
 #include "audiofiles/KvoAiffFileWriter.h"
 #include "audiofiles/KvoAudioFilesUtilities.h"
+#include "audiofiles/KvoPcmFileReader.h"
 #include "audiofiles/KvoPcmSampleCoding.h"
 #include "audiofiles/KvoWavFileWriter.h"
 #include "core/KvoException.h"
@@ -106,6 +107,91 @@ bool AudioFileWriter::writeSamples(const AudioBufferBase<SampleType>& buffer, ui
 }
 
 template bool AudioFileWriter::writeSamples<float>(const AudioBufferBase<float>&, uint64_t, uint64_t, bool);
+
+SampleCoding AudioFileWriter::getSampleCoding() const noexcept
+{
+    return { forms, metadata.bitsPerSample, metadata.isFloat, metadata.numChannels };
+}
+
+uint64_t AudioFileWriter::writeFramesFrom(PcmFileReader& source, uint64_t startFrame, uint64_t numFrames,
+                                          uint64_t blockLength)
+{
+    if (writeFailed || numFrames == 0)
+        return 0;
+    uint64_t bytes = 0;
+    if (!admitsFrames(numFrames, bytes))
+        return numFrames > blockLength ? writeBlocksFrom(source, startFrame, numFrames, blockLength) : (failWrite(), 0);
+
+    const int64_t start = fileWriter->GetPosition();
+    if (source.writeFrameBytes(*fileWriter, startFrame, numFrames))
+    {
+        finishBlock(true, bytes, numFrames);
+        return numFrames;
+    }
+    // Every frame has bytesPerFrame bytes at the depths copied, so whole blocks are counted in bytes.
+    const uint64_t blockBytes = bytes / numFrames * blockLength;
+    const uint64_t numBlocks = uint64_t(fileWriter->GetPosition() - start) / blockBytes;
+    finishBlock(true, numBlocks * blockBytes, numBlocks * blockLength);
+    failWrite();
+    return numBlocks * blockLength;
+}
+
+uint64_t AudioFileWriter::writeBlocksFrom(PcmFileReader& source, uint64_t startFrame, uint64_t numFrames,
+                                          uint64_t blockLength)
+{
+    // A cap met within the frames: one block at a time, so the one that meets it fails.
+    uint64_t stored = 0;
+    while (stored < numFrames)
+    {
+        const uint64_t count = std::min(blockLength, numFrames - stored);
+        const uint64_t got = writeFramesFrom(source, startFrame + stored, count, blockLength);
+        stored += got;
+        if (got < count)
+            break;
+    }
+    return stored;
+}
+
+bool AudioFileWriter::writeRawSamples(int** channels, uint64_t numSamples)
+{
+    if (writeFailed)
+        return false;
+    uint64_t bytes = 0;
+    if (!admitsFrames(numSamples, bytes))
+        return failWrite();
+    if (uint64_t(packBuffer.size) < bytes)
+        packBuffer.SetSize(int64_t(bytes), false);
+    if (uint64_t(packBuffer.size) < bytes) // the allocation failed
+        return failWrite();
+
+    const auto pack = forms == ByteForms::aiff ? PackAiffSamples : PackWavSamples;
+    pack(int(metadata.bitsPerSample), channels, metadata.numChannels, numSamples,
+         reinterpret_cast<char*>(packBuffer.data));
+    return finishBlock(fileWriter->Write(packBuffer.data, bytes), bytes, numSamples);
+}
+
+bool AudioFileWriter::admitsFrames(uint64_t numFrames, uint64_t& bytes) const noexcept
+{
+    bytes = uint64_t { metadata.bitsPerSample } * metadata.numChannels * numFrames >> 3;
+    return true;
+}
+
+bool AudioFileWriter::finishBlock(bool stored, uint64_t bytes, uint64_t numFrames)
+{
+    if (!stored)
+        return failWrite();
+    bytesWritten += bytes;
+    metadata.numSamples += numFrames;
+    return true;
+}
+
+bool AudioFileWriter::failWrite()
+{
+    // The whole block is dropped; the header is made right for what is stored so far.
+    writeHeader();
+    writeFailed = true;
+    return false;
+}
 
 bool AudioFileWriter::fitsBuffer(const AudioBufferBase<float>& buffer, uint64_t startSample,
                                  uint64_t numSamples) const noexcept

@@ -9,6 +9,8 @@
 
 #include "audiofiles/KvoAudioFileReader.h"
 #include "audiofiles/KvoAudioFileWriter.h"
+#include "audiofiles/KvoByteOrder.h"
+#include "audiofiles/KvoPcmFileReader.h"
 #include "containers/KvoAudioBuffer.h"
 #include "core/KvoException.h"
 #include "core/KvoReportLine.h"
@@ -30,15 +32,6 @@ const char* const unknownFileType = "unknown";
 // In the order GetWavExtensions hands them out.
 const char* const wavExtensions[] = { ".wav", ".w64", ".bwf", ".bw64", ".amb", ".uhj" };
 
-/** A four-character code as it reads when a file's first four bytes are taken little-endian. */
-constexpr uint32_t fourCC(const char (&code)[5]) noexcept
-{
-    return static_cast<uint32_t>(static_cast<uint8_t>(code[0]))
-           | static_cast<uint32_t>(static_cast<uint8_t>(code[1])) << 8
-           | static_cast<uint32_t>(static_cast<uint8_t>(code[2])) << 16
-           | static_cast<uint32_t>(static_cast<uint8_t>(code[3])) << 24;
-}
-
 /**
     The first four bytes of the file as a little-endian integer; 0 when the file is shorter
     or is not a file. A file that exists but cannot be opened throws as FileReader does.
@@ -48,11 +41,8 @@ uint32_t readMagic(const File& file)
     if (!file.IsFile())
         return 0;
 
-    uint8_t bytes[4] = {};
     FileReader reader(file);
-    reader.Read(bytes, sizeof(bytes));
-    return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8
-           | static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
+    return static_cast<uint32_t>(ReadLittleEndian(reader, 4));
 }
 
 } // namespace
@@ -95,9 +85,9 @@ String GetFileType(const File& file)
 {
     // Content first. Wave64 ("riff") and MP3 have no magic here: they are known by name only.
     const uint32_t magic = readMagic(file);
-    if (magic == fourCC("FORM"))
+    if (magic == LittleEndianFourCC("FORM"))
         return aiffFileType;
-    if (magic == fourCC("RIFF") || magic == fourCC("RF64") || magic == fourCC("BW64"))
+    if (magic == LittleEndianFourCC("RIFF") || magic == LittleEndianFourCC("RF64") || magic == LittleEndianFourCC("BW64"))
         return wavFileType;
 
     if (HasAiffExtension(file))
@@ -159,6 +149,8 @@ namespace
 
 /** Frames per channel that pass from reader to writer at a time. */
 constexpr uint64_t blockLength = 8192;
+/** Blocks whose bytes are copied at a time where they need no conversion: 2 MiB of stereo 16-bit. */
+constexpr uint64_t blocksPerCopy = 64;
 
 /** A line of the join's report on standard output, flushed at once. */
 void printLine(const String& text)
@@ -172,12 +164,8 @@ void printLine(const String& text)
 */
 AudioFilesMetadata readFirstPassRecord(const File& input)
 {
-    if (!input.Exists())
-        return {};
-    const ScopedPointer<AudioFileReader> reader = AudioFileReader::CreateReaderFor(input);
-    if (reader == nullptr)
-        return {};
-    return reader->getMetadata();
+    // A path that exists is not empty, so there is always a reader.
+    return input.Exists() ? AudioFileReader::CreateReaderFor(input)->getMetadata() : AudioFilesMetadata();
 }
 
 /**
@@ -209,24 +197,33 @@ void transferBlock(const AudioBuffer<float>& source, AudioBuffer<float>& destina
 }
 
 /**
-    Appends every frame of input to writer, block by block, reporting progress. False as
-    soon as a block cannot be written; a missing or unreadable input throws.
+    The reader as a source of bytes the writer may store as they are: where both code their
+    samples alike and the trip through float would change no bit of them. Null otherwise.
 */
-bool appendInput(const File& input, AudioFileWriter& writer, AudioBuffer<float>& destinationBuffer,
-                 ConsoleProgress& progress, uint64_t& totalWritten)
+PcmFileReader* getPassThroughSource(AudioFileReader& reader, const AudioFileWriter& writer)
 {
-    const ScopedPointer<AudioFileReader> reader = AudioFileReader::CreateReaderFor(input);
-    // An empty entry of a comma list gets no reader: it is as missing as a path that is not there.
-    if (reader == nullptr)
-        throw exceptions::NoSuchFile(input, KVO_CODE_LOCATION);
-    const uint64_t numSamples = reader->getNumSamples();
-    AudioBuffer<float> sourceBuffer(reader->getNumChannels(), blockLength);
+    auto* pcm = dynamic_cast<PcmFileReader*>(&reader);
+    if (pcm == nullptr)
+        return nullptr;
+    const SampleCoding coding = pcm->getSampleCoding();
+    return coding == writer.getSampleCoding() && coding.isExactThroughFloat() ? pcm : nullptr;
+}
+
+/**
+    Appends the frames of reader to writer, decoded and encoded again block by block,
+    reporting progress. False as soon as a block cannot be written.
+*/
+bool appendConverted(AudioFileReader& reader, AudioFileWriter& writer, AudioBuffer<float>& destinationBuffer,
+                     ConsoleProgress& progress, uint64_t& totalWritten)
+{
+    const uint64_t numSamples = reader.getNumSamples();
+    AudioBuffer<float> sourceBuffer(reader.getNumChannels(), blockLength);
 
     for (uint64_t position = 0; position < numSamples;)
     {
         const uint64_t count = std::min(numSamples - position, blockLength);
         // A failed read is not fatal: the block goes out with what the buffer held.
-        reader->readSamples(sourceBuffer, 0, count, position);
+        reader.readSamples(sourceBuffer, 0, count, position);
         position += count;
 
         transferBlock(sourceBuffer, destinationBuffer);
@@ -237,6 +234,48 @@ bool appendInput(const File& input, AudioFileWriter& writer, AudioBuffer<float>&
         progress.Update(totalWritten);
     }
     return true;
+}
+
+/**
+    appendConverted for a reader whose bytes are the writer's: they are copied, many blocks
+    at a time, and the progress is reported block by block as if they had been converted.
+*/
+bool appendCopied(PcmFileReader& reader, AudioFileWriter& writer, ConsoleProgress& progress, uint64_t& totalWritten)
+{
+    const uint64_t numSamples = reader.getNumSamples();
+    for (uint64_t position = 0; position < numSamples;)
+    {
+        const uint64_t span = std::min(numSamples - position, blocksPerCopy * blockLength);
+        const uint64_t stored = writer.writeFramesFrom(reader, position, span, blockLength);
+        position += span;
+
+        for (uint64_t done = 0; done < stored;)
+        {
+            const uint64_t count = std::min(stored - done, blockLength);
+            done += count;
+            totalWritten += count;
+            progress.Update(totalWritten);
+        }
+        if (stored < span)
+            return false;
+    }
+    return true;
+}
+
+/**
+    Appends every frame of input to writer. False as soon as a block cannot be written; a
+    missing or unreadable input throws.
+*/
+bool appendInput(const File& input, AudioFileWriter& writer, AudioBuffer<float>& destinationBuffer,
+                 ConsoleProgress& progress, uint64_t& totalWritten)
+{
+    const ScopedPointer<AudioFileReader> reader = AudioFileReader::CreateReaderFor(input);
+    // An empty entry of a comma list gets no reader: it is as missing as a path that is not there.
+    if (reader == nullptr)
+        throw exceptions::NoSuchFile(input, KVO_CODE_LOCATION);
+    if (PcmFileReader* const source = getPassThroughSource(*reader, writer))
+        return appendCopied(*source, writer, progress, totalWritten);
+    return appendConverted(*reader, writer, destinationBuffer, progress, totalWritten);
 }
 
 /** The elapsed time as the standard stream writes a double: six significant digits. */

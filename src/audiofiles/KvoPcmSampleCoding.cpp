@@ -4,6 +4,9 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
+
+#include "audiofiles/KvoByteOrder.h"
 
 namespace kvo
 {
@@ -21,74 +24,68 @@ inline int32_t RoundToInt32(float x) noexcept
 #endif
 }
 
-// One decoder per stored form: each turns the bytes of one sample into a fixed-point value
-// (or the bits of a float). Unsigned arithmetic keeps the shifts of negative values defined.
+// One form per stored sample layout: each turns the bytes of one sample into a fixed-point
+// value (or the bits of a float) and back. Unsigned arithmetic keeps the shifts of negative
+// values defined. Where the file's order is the host's, a plain copy lets the loops become
+// vector shifts and packs.
 
 struct UnsignedByte
 {
     static constexpr int size = 1;
     static int32_t Decode(const uint8_t* b) { return static_cast<int32_t>((uint32_t(b[0]) << 24) - 0x80000000u); }
+    static void Encode(uint8_t* b, uint32_t x) { b[0] = static_cast<uint8_t>((x >> 24) + 128); }
 };
 
 struct SignedByte
 {
     static constexpr int size = 1;
     static int32_t Decode(const uint8_t* b) { return static_cast<int32_t>(uint32_t(b[0]) << 24); }
+    static void Encode(uint8_t* b, uint32_t x) { b[0] = static_cast<uint8_t>(x >> 24); }
 };
 
-struct Little16
+/** The top numBytes of a left-justified value, little-endian. */
+template <int numBytes>
+struct Little
 {
-    static constexpr int size = 2;
+    static constexpr int size = numBytes;
+    static constexpr int shift = 32 - 8 * numBytes;
     static int32_t Decode(const uint8_t* b)
     {
-        uint16_t v;
-        std::memcpy(&v, b, sizeof(v)); // the host is little-endian, as the file
-        return static_cast<int32_t>(uint32_t(v) << 16);
+        return static_cast<int32_t>(static_cast<uint32_t>(LoadHostOrLittle(b)) << shift);
+    }
+    static void Encode(uint8_t* b, uint32_t x)
+    {
+        if constexpr (std::endian::native == std::endian::little && (numBytes == 2 || numBytes == 4))
+        {
+            const auto word = static_cast<std::conditional_t<numBytes == 2, uint16_t, uint32_t>>(x >> shift);
+            std::memcpy(b, &word, sizeof word);
+        }
+        else
+            StoreLittleEndian(b, x >> shift, numBytes);
+    }
+
+private:
+    static uint32_t LoadHostOrLittle(const uint8_t* b)
+    {
+        if constexpr (std::endian::native == std::endian::little && numBytes == 2)
+        {
+            uint16_t word;
+            std::memcpy(&word, b, sizeof word);
+            return word;
+        }
+        else
+            return static_cast<uint32_t>(LoadLittleEndian(b, numBytes));
     }
 };
 
-struct Big16
+/** The top numBytes of a left-justified value, big-endian. */
+template <int numBytes>
+struct Big
 {
-    static constexpr int size = 2;
-    static int32_t Decode(const uint8_t* b) { return static_cast<int32_t>((uint32_t(b[0]) << 24) | (uint32_t(b[1]) << 16)); }
-};
-
-struct Little24
-{
-    static constexpr int size = 3;
-    static int32_t Decode(const uint8_t* b)
-    {
-        return static_cast<int32_t>((uint32_t(b[2]) << 24) | (uint32_t(b[1]) << 16) | (uint32_t(b[0]) << 8));
-    }
-};
-
-struct Big24
-{
-    static constexpr int size = 3;
-    static int32_t Decode(const uint8_t* b)
-    {
-        return static_cast<int32_t>((uint32_t(b[0]) << 24) | (uint32_t(b[1]) << 16) | (uint32_t(b[2]) << 8));
-    }
-};
-
-struct Little32
-{
-    static constexpr int size = 4;
-    static int32_t Decode(const uint8_t* b)
-    {
-        return static_cast<int32_t>(uint32_t(b[0]) | (uint32_t(b[1]) << 8) | (uint32_t(b[2]) << 16)
-                                    | (uint32_t(b[3]) << 24));
-    }
-};
-
-struct Big32
-{
-    static constexpr int size = 4;
-    static int32_t Decode(const uint8_t* b)
-    {
-        return static_cast<int32_t>((uint32_t(b[0]) << 24) | (uint32_t(b[1]) << 16) | (uint32_t(b[2]) << 8)
-                                    | uint32_t(b[3]));
-    }
+    static constexpr int size = numBytes;
+    static constexpr int shift = 32 - 8 * numBytes;
+    static int32_t Decode(const uint8_t* b) { return static_cast<int32_t>(static_cast<uint32_t>(LoadBigEndian(b, numBytes)) << shift); }
+    static void Encode(uint8_t* b, uint32_t x) { StoreBigEndian(b, x >> shift, numBytes); }
 };
 
 /** A little-endian double, narrowed to float without clipping; the result is the float's bits. */
@@ -97,9 +94,7 @@ struct LittleDouble
     static constexpr int size = 8;
     static int32_t Decode(const uint8_t* b)
     {
-        uint64_t bits = 0;
-        for (int i = 7; i >= 0; --i)
-            bits = (bits << 8) | b[i];
+        const uint64_t bits = LoadLittleEndian(b, 8);
         double value;
         std::memcpy(&value, &bits, sizeof(value));
         const auto narrowed = static_cast<float>(value);
@@ -176,51 +171,93 @@ void decodeFrames(int** dest, uint64_t destStart, unsigned int numDestChannels, 
     }
 }
 
+
+/** Frame by frame, channels in order: the output is written front to back. */
+template <typename Format>
+void packFrames(const int* const* channels, unsigned int numChannels, uint64_t numFrames, char* dest)
+{
+    constexpr uint64_t width = Format::size;
+    auto* out = reinterpret_cast<uint8_t*>(dest);
+    if (numChannels == 1)
+    {
+        const int* samples = channels[0];
+        for (uint64_t i = 0; i < numFrames; ++i)
+            Format::Encode(out + i * width, static_cast<uint32_t>(samples[i]));
+        return;
+    }
+    if (numChannels == 2)
+    {
+        const int* left = channels[0];
+        const int* right = channels[1];
+        for (uint64_t i = 0; i < numFrames; ++i)
+        {
+            Format::Encode(out + i * 2 * width, static_cast<uint32_t>(left[i]));
+            Format::Encode(out + (i * 2 + 1) * width, static_cast<uint32_t>(right[i]));
+        }
+        return;
+    }
+    for (uint64_t i = 0; i < numFrames; ++i)
+        for (unsigned int channel = 0; channel < numChannels; ++channel)
+            Format::Encode(out + (i * numChannels + channel) * width, static_cast<uint32_t>(channels[channel][i]));
+}
+
+/** The forms of one byte order for 8, 16, 24 and 32 bits, chosen once per block. */
+template <typename Byte, template <int> class Word>
+struct Coding
+{
+    static void Decode(int bits, int** dest, uint64_t destStart, unsigned int numDestChannels, const char* source,
+                       unsigned int numSourceChannels, uint64_t numFrames)
+    {
+        // Widths without a form leave the arrays as they are.
+        switch (bits)
+        {
+            case 8: decodeFrames<Byte>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+            case 16: decodeFrames<Word<2>>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+            case 24: decodeFrames<Word<3>>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+            case 32: decodeFrames<Word<4>>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
+            default: break;
+        }
+    }
+
+    static void Pack(int bits, const int* const* channels, unsigned int numChannels, uint64_t numFrames, char* dest)
+    {
+        switch (bits)
+        {
+            case 8: packFrames<Byte>(channels, numChannels, numFrames, dest); break;
+            case 16: packFrames<Word<2>>(channels, numChannels, numFrames, dest); break;
+            case 24: packFrames<Word<3>>(channels, numChannels, numFrames, dest); break;
+            case 32: packFrames<Word<4>>(channels, numChannels, numFrames, dest); break;
+            default: break;
+        }
+    }
+};
+
+using WavCoding = Coding<UnsignedByte, Little>;
+using AiffCoding = Coding<SignedByte, Big>;
+using AiffLittleEndianCoding = Coding<SignedByte, Little>;
+
 } // namespace
 
 void ConvertLittleEndianToInt32(int bits, bool isFloat, int** dest, uint64_t destStart, unsigned int numDestChannels,
                                 const char* source, unsigned int numSourceChannels, uint64_t numFrames)
 {
-    // Widths without a decoder leave the arrays as they are.
-    switch (bits)
-    {
-        case 8: decodeFrames<UnsignedByte>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        case 16: decodeFrames<Little16>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        case 24: decodeFrames<Little24>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        case 32: decodeFrames<Little32>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        case 64:
-            if (isFloat)
-                decodeFrames<LittleDouble>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames);
-            break;
-        default: break;
-    }
+    if (bits == 64 && isFloat)
+        decodeFrames<LittleDouble>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames);
+    else
+        WavCoding::Decode(bits, dest, destStart, numDestChannels, source, numSourceChannels, numFrames);
 }
 
 void ConvertBigEndianToInt32(int bits, bool /*isFloat*/, int** dest, uint64_t destStart, unsigned int numDestChannels,
                              const char* source, unsigned int numSourceChannels, uint64_t numFrames)
 {
-    switch (bits)
-    {
-        case 8: decodeFrames<SignedByte>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        case 16: decodeFrames<Big16>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        case 24: decodeFrames<Big24>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        case 32: decodeFrames<Big32>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        default: break;
-    }
+    AiffCoding::Decode(bits, dest, destStart, numDestChannels, source, numSourceChannels, numFrames);
 }
 
 void ConvertAiffLittleEndianToInt32(int bits, bool /*isFloat*/, int** dest, uint64_t destStart,
                                     unsigned int numDestChannels, const char* source, unsigned int numSourceChannels,
                                     uint64_t numFrames)
 {
-    switch (bits)
-    {
-        case 8: decodeFrames<SignedByte>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        case 16: decodeFrames<Little16>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        case 24: decodeFrames<Little24>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        case 32: decodeFrames<Little32>(dest, destStart, numDestChannels, source, numSourceChannels, numFrames); break;
-        default: break;
-    }
+    AiffLittleEndianCoding::Decode(bits, dest, destStart, numDestChannels, source, numSourceChannels, numFrames);
 }
 
 void ConvertFixedToFloat(int** channels, unsigned int numChannels, uint64_t numSamples)
@@ -258,120 +295,16 @@ void ConvertFloatToFixed(const float* source, int* dest, uint64_t numSamples)
     }
 }
 
-namespace
-{
-
-/** Frame by frame, channels in order: the output is written front to back. */
-template <int bytesPerSample, typename Store>
-void packFrames(const int* const* channels, unsigned int numChannels, uint64_t numFrames, char* dest, Store store)
-{
-    auto* out = reinterpret_cast<uint8_t*>(dest);
-    if (numChannels == 1)
-    {
-        const int* samples = channels[0];
-        for (uint64_t i = 0; i < numFrames; ++i)
-            store(out + i * bytesPerSample, static_cast<uint32_t>(samples[i]));
-        return;
-    }
-    if (numChannels == 2)
-    {
-        const int* left = channels[0];
-        const int* right = channels[1];
-        for (uint64_t i = 0; i < numFrames; ++i)
-        {
-            store(out + i * 2 * bytesPerSample, static_cast<uint32_t>(left[i]));
-            store(out + (i * 2 + 1) * bytesPerSample, static_cast<uint32_t>(right[i]));
-        }
-        return;
-    }
-    for (uint64_t i = 0; i < numFrames; ++i)
-        for (unsigned int channel = 0; channel < numChannels; ++channel)
-            store(out + (i * numChannels + channel) * bytesPerSample, static_cast<uint32_t>(channels[channel][i]));
-}
-
-} // namespace
-
 void PackWavSamples(int bitsPerSample, const int* const* channels, unsigned int numChannels, uint64_t numFrames,
                     char* dest)
 {
-    switch (bitsPerSample)
-    {
-        case 8:
-            packFrames<1>(channels, numChannels, numFrames, dest,
-                       [](uint8_t* b, uint32_t x) { b[0] = static_cast<uint8_t>((x >> 24) + 128); });
-            break;
-        case 16:
-            packFrames<2>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
-                // Stored as one 16-bit word, in file order on a little-endian machine, so that
-                // the loop becomes vector shifts and packs.
-                const auto word = static_cast<uint16_t>(x >> 16);
-                if constexpr (std::endian::native == std::endian::little)
-                    std::memcpy(b, &word, sizeof word);
-                else
-                {
-                    b[0] = static_cast<uint8_t>(word);
-                    b[1] = static_cast<uint8_t>(word >> 8);
-                }
-            });
-            break;
-        case 24:
-            packFrames<3>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
-                b[0] = static_cast<uint8_t>(x >> 8);
-                b[1] = static_cast<uint8_t>(x >> 16);
-                b[2] = static_cast<uint8_t>(x >> 24);
-            });
-            break;
-        case 32:
-            packFrames<4>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
-                // On a little-endian machine the word is already in file order: a plain
-                // copy lets the stereo loop become a vector interleave.
-                if constexpr (std::endian::native == std::endian::little)
-                    std::memcpy(b, &x, sizeof x);
-                else
-                {
-                    b[0] = static_cast<uint8_t>(x);
-                    b[1] = static_cast<uint8_t>(x >> 8);
-                    b[2] = static_cast<uint8_t>(x >> 16);
-                    b[3] = static_cast<uint8_t>(x >> 24);
-                }
-            });
-            break;
-        default: break;
-    }
+    WavCoding::Pack(bitsPerSample, channels, numChannels, numFrames, dest);
 }
 
 void PackAiffSamples(int bitsPerSample, const int* const* channels, unsigned int numChannels, uint64_t numFrames,
                      char* dest)
 {
-    switch (bitsPerSample)
-    {
-        case 8:
-            packFrames<1>(channels, numChannels, numFrames, dest,
-                       [](uint8_t* b, uint32_t x) { b[0] = static_cast<uint8_t>(x >> 24); });
-            break;
-        case 16:
-            packFrames<2>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
-                b[0] = static_cast<uint8_t>(x >> 24);
-                b[1] = static_cast<uint8_t>(x >> 16);
-            });
-            break;
-        case 24:
-            packFrames<3>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
-                b[0] = static_cast<uint8_t>(x >> 24);
-                b[1] = static_cast<uint8_t>(x >> 16);
-                b[2] = static_cast<uint8_t>(x >> 8);
-            });
-            break;
-        case 32:
-            packFrames<4>(channels, numChannels, numFrames, dest, [](uint8_t* b, uint32_t x) {
-                b[0] = static_cast<uint8_t>(x >> 24);
-                b[1] = static_cast<uint8_t>(x >> 16);
-                b[2] = static_cast<uint8_t>(x >> 8);
-                b[3] = static_cast<uint8_t>(x);
-            });
-            break;
-        default: break;
-    }
+    AiffCoding::Pack(bitsPerSample, channels, numChannels, numFrames, dest);
 }
 
 } // namespace kvo

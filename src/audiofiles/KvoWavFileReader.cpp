@@ -6,8 +6,10 @@
 #include <cstring>
 #include <limits>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "audiofiles/KvoByteOrder.h"
 #include "audiofiles/KvoDolbyAtmosMetadata.h"
 #include "audiofiles/KvoPcmSampleCoding.h"
 #include "core/KvoException.h"
@@ -19,32 +21,32 @@ namespace kvo
 namespace
 {
 
-/** A four-byte chunk identifier as the little-endian integer the file holds it as. */
-constexpr uint32_t FourCC(const char (&text)[5])
-{
-    return uint32_t(uint8_t(text[0])) | uint32_t(uint8_t(text[1])) << 8 | uint32_t(uint8_t(text[2])) << 16
-           | uint32_t(uint8_t(text[3])) << 24;
-}
-
 using Guid = std::array<uint8_t, 16>;
 
-// Wave64 chunk identifiers, byte for byte as they stand in a file.
+constexpr uint32_t FourCC(const char (&text)[5]) { return LittleEndianFourCC(text); }
+
+/** A Wave64 chunk's GUID: its name's four bytes, then the twelve that every chunk but riff and list shares. */
+constexpr Guid Wave64Guid(const char (&name)[5])
+{
+    return { uint8_t(name[0]), uint8_t(name[1]), uint8_t(name[2]), uint8_t(name[3]), 0xF3, 0xAC, 0xD3, 0x11,
+             0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A };
+}
+
 constexpr Guid riffGuid { 0x72, 0x69, 0x66, 0x66, 0x2E, 0x91, 0xCF, 0x11,
                           0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00 };
 constexpr Guid listGuid { 0x6C, 0x69, 0x73, 0x74, 0x2F, 0x91, 0xCF, 0x11,
                           0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00 };
-constexpr Guid waveGuid { 0x77, 0x61, 0x76, 0x65, 0xF3, 0xAC, 0xD3, 0x11,
-                          0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A };
-constexpr Guid fmtGuid { 0x66, 0x6D, 0x74, 0x20, 0xF3, 0xAC, 0xD3, 0x11,
-                         0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A };
-constexpr Guid dataGuid { 0x64, 0x61, 0x74, 0x61, 0xF3, 0xAC, 0xD3, 0x11,
-                          0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A };
-constexpr Guid factGuid { 0x66, 0x61, 0x63, 0x74, 0xF3, 0xAC, 0xD3, 0x11,
-                          0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A };
-constexpr Guid bextGuid { 0x62, 0x65, 0x78, 0x74, 0xF3, 0xAC, 0xD3, 0x11,
-                          0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A };
-constexpr Guid junkGuid { 0x6A, 0x75, 0x6E, 0x6B, 0xF3, 0xAC, 0xD3, 0x11,
-                          0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A };
+constexpr Guid waveGuid = Wave64Guid("wave");
+
+/** The Wave64 chunks the reader knows, with the RIFF identifiers their payloads are read as. */
+constexpr std::pair<Guid, uint32_t> wave64Chunks[] {
+    { Wave64Guid("fmt "), FourCC("fmt ") }, { Wave64Guid("data"), FourCC("data") },
+    { Wave64Guid("fact"), FourCC("fact") }, { Wave64Guid("bext"), FourCC("bext") },
+    { Wave64Guid("junk"), FourCC("junk") }, { listGuid, FourCC("LIST") },
+};
+
+/** The identifier of a chunk the reader doesn't know, in either form. */
+constexpr uint32_t unknownChunk = 0;
 
 // Subformats of the extensible format.
 constexpr Guid pcmSubformat { 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00,
@@ -70,17 +72,6 @@ int64_t AddClamped(int64_t position, uint64_t offset)
     return offset >= room ? largestPosition : position + int64_t(offset);
 }
 
-/** A little-endian unsigned integer of numBytes (at most 8); bytes past the end read as zero. */
-uint64_t ReadLittleEndian(FileReader& reader, int numBytes)
-{
-    uint8_t bytes[8] {};
-    reader.Read(bytes, numBytes);
-    uint64_t value = 0;
-    for (int i = numBytes - 1; i >= 0; --i)
-        value = value << 8 | bytes[i];
-    return value;
-}
-
 uint16_t ReadUInt16(FileReader& reader) { return uint16_t(ReadLittleEndian(reader, 2)); }
 uint32_t ReadUInt32(FileReader& reader) { return uint32_t(ReadLittleEndian(reader, 4)); }
 uint64_t ReadUInt64(FileReader& reader) { return ReadLittleEndian(reader, 8); }
@@ -96,6 +87,15 @@ Guid ReadGuid(FileReader& reader)
 }
 
 void Skip(FileReader& reader, int64_t numBytes) { reader.SetPosition(reader.GetPosition() + numBytes); }
+
+/** The RIFF identifier a Wave64 chunk's GUID stands for; unknownChunk for one the reader doesn't know. */
+uint32_t Wave64ChunkIdentifier(const Guid& guid)
+{
+    for (const auto& [known, identifier] : wave64Chunks)
+        if (guid == known)
+            return identifier;
+    return unknownChunk;
+}
 
 /**
     Bytes from a Wave64 payload to the next chunk: the length rounded up to 8 bytes. Wave64
@@ -235,7 +235,7 @@ String ReadChnaField(FileReader& reader, size_t width)
 
 } // namespace
 
-WavFileReader::WavFileReader(const File& file) : AudioFileReader(file)
+WavFileReader::WavFileReader(const File& file) : PcmFileReader(file)
 {
     metadata.formatName = "WAV File";
     readHeader();
@@ -303,43 +303,53 @@ void WavFileReader::readWaveForm(int64_t end)
     if (fileReader->GetPosition() >= end)
         return;
 
-    if (metadata.isW64)
-        readWave64Chunks(end);
-    else
-        readRiffChunks(end);
+    readChunks(end);
 }
 
 int64_t WavFileReader::readDs64(int64_t start)
 {
     // Without a usable ds64 the sizes are unknown: end stays 0 and no chunk is read.
-    if (ReadUInt32(*fileReader) != FourCC("ds64"))
-        return 0;
-    const uint32_t size = ReadUInt32(*fileReader);
-    if (size < 28)
+    const ChunkHeader chunk = readChunkHeader(false);
+    if (chunk.identifier != FourCC("ds64") || chunk.size < 28)
         return 0;
 
-    const int64_t after = AddClamped(fileReader->GetPosition(), uint64_t(size) + (size & 1));
     const int64_t end = AddClamped(start, ReadUInt64(*fileReader));
     dataSize = int64_t(ReadUInt64(*fileReader));
-    fileReader->SetPosition(after);
+    fileReader->SetPosition(chunk.next);
     return end;
 }
 
 // ---------------------------------------------------------------------------------------
-// RIFF and RF64 chunks
+// Chunks
 
-void WavFileReader::readRiffChunks(int64_t end)
+WavFileReader::ChunkHeader WavFileReader::readChunkHeader(bool isWave64)
+{
+    ChunkHeader chunk;
+    if (isWave64)
+    {
+        chunk.identifier = Wave64ChunkIdentifier(ReadGuid(*fileReader));
+        chunk.size = int64_t(ReadUInt64(*fileReader) - wave64HeaderSize);
+    }
+    else
+    {
+        chunk.identifier = ReadUInt32(*fileReader);
+        chunk.size = ReadUInt32(*fileReader);
+    }
+    chunk.payload = fileReader->GetPosition();
+    if (isWave64)
+        chunk.next = chunk.size < 0 ? chunk.payload : AddClamped(chunk.payload, Wave64Step(chunk.size));
+    else
+        chunk.next = AddClamped(chunk.payload, uint64_t(chunk.size) + uint64_t(chunk.size & 1));
+    return chunk;
+}
+
+void WavFileReader::readChunks(int64_t end)
 {
     // Each pass reads a chunk header, so the position moves on until exhaustion or end.
     while (!fileReader->IsExhausted())
     {
-        const uint32_t identifier = ReadUInt32(*fileReader);
-        const uint32_t size = ReadUInt32(*fileReader);
-        Chunk chunk;
-        chunk.payload = fileReader->GetPosition();
-        chunk.next = AddClamped(chunk.payload, uint64_t(size) + (size & 1));
-
-        if (!readRiffChunk(identifier, size, chunk))
+        ChunkHeader chunk = readChunkHeader(metadata.isW64);
+        if (!readChunk(chunk))
             return;
         fileReader->SetPosition(chunk.next);
         if (fileReader->GetPosition() >= end)
@@ -347,35 +357,24 @@ void WavFileReader::readRiffChunks(int64_t end)
     }
 }
 
-bool WavFileReader::readRiffChunk(uint32_t identifier, uint32_t size, Chunk& chunk)
+bool WavFileReader::readChunk(ChunkHeader& chunk)
 {
-    switch (identifier)
-    {
-        case FourCC("fmt "):
-            readFormatChunk(size);
-            break;
-        case FourCC("data"):
-            readRiffDataChunk(size, chunk);
-            break;
+    // A Wave64 size that doesn't cover the chunk's own header would send the walk backwards.
+    if (chunk.size < 0 && chunk.identifier != unknownChunk)
+        refuse(KVO_CODE_LOCATION);
 
-        case FourCC("bext"):
-            readBextChunk(size);
-            break;
-        case FourCC("cue "):
-            readCueChunk(size);
-            break;
-        case FourCC("LIST"):
-            readListChunk(chunk.next);
-            break;
-        case FourCC("axml"):
-            readAxmlChunk(size);
-            break;
-        case FourCC("chna"):
-            readChnaChunk(size);
-            break;
+    switch (chunk.identifier)
+    {
+        case FourCC("fmt "): readFormatChunk(chunk.size); break;
+        case FourCC("data"): readDataChunk(chunk); break;
+        case FourCC("bext"): readBextChunk(chunk.size); break;
+        case FourCC("cue "): readCueChunk(chunk.size); break;
+        case FourCC("LIST"): readListChunk(chunk.next); break;
+        case FourCC("axml"): readAxmlChunk(chunk.size); break;
+        case FourCC("chna"): readChnaChunk(chunk.size); break;
         case FourCC("dbmd"):
             // Kept for nothing: a faulty chunk refuses the file, a sound one changes nothing.
-            DolbyAtmosMetadata::CreateFrom(*fileReader, int(size));
+            DolbyAtmosMetadata::CreateFrom(*fileReader, int(chunk.size));
             break;
 
         // Known chunks that carry nothing the reader uses.
@@ -385,6 +384,12 @@ bool WavFileReader::readRiffChunk(uint32_t identifier, uint32_t size, Chunk& chu
         case FourCC("acid"):
         case FourCC("Trkn"):
             break;
+        case FourCC("fact"):
+        case FourCC("junk"):
+            // Wave64 names these among its chunks; to RIFF they are unknown ones.
+            if (metadata.isW64)
+                break;
+            [[fallthrough]];
 
         default:
             // An unknown chunk of size 0 ends the walk.
@@ -393,9 +398,9 @@ bool WavFileReader::readRiffChunk(uint32_t identifier, uint32_t size, Chunk& chu
     return true;
 }
 
-void WavFileReader::readRiffDataChunk(uint32_t size, Chunk& chunk)
+void WavFileReader::readDataChunk(ChunkHeader& chunk)
 {
-    int64_t length = size;
+    int64_t length = chunk.size;
     if (metadata.isRf64)
     {
         // An RF64 data chunk's own size is a placeholder; ds64 holds the real one.
@@ -407,64 +412,10 @@ void WavFileReader::readRiffDataChunk(uint32_t size, Chunk& chunk)
     }
     else
     {
-        dataSize = size;
+        dataSize = length;
     }
     dataStart = chunk.payload;
     setNumSamplesFromData(length);
-}
-
-// ---------------------------------------------------------------------------------------
-// Wave64 chunks
-
-void WavFileReader::readWave64Chunks(int64_t end)
-{
-    while (!fileReader->IsExhausted())
-    {
-        const Guid identifier = ReadGuid(*fileReader);
-        const int64_t length = int64_t(ReadUInt64(*fileReader) - wave64HeaderSize);
-        Chunk chunk;
-        chunk.payload = fileReader->GetPosition();
-        chunk.next = length < 0 ? chunk.payload : AddClamped(chunk.payload, Wave64Step(length));
-
-        if (!readWave64Chunk(identifier, length, chunk))
-            return;
-        fileReader->SetPosition(chunk.next);
-        if (fileReader->GetPosition() >= end)
-            return;
-    }
-}
-
-bool WavFileReader::readWave64Chunk(const Guid& identifier, int64_t length, const Chunk& chunk)
-{
-    const bool isNamed = identifier == fmtGuid || identifier == dataGuid || identifier == factGuid
-                         || identifier == junkGuid || identifier == bextGuid || identifier == listGuid;
-    if (!isNamed)
-        return chunk.next > fileReader->GetPosition(); // unknown and of no length: the walk ends
-
-    // A size that doesn't cover the chunk's own header would send the walk backwards.
-    if (length < 0)
-        refuse(KVO_CODE_LOCATION);
-
-    if (identifier == fmtGuid)
-    {
-        readFormatChunk(length);
-    }
-    else if (identifier == dataGuid)
-    {
-        dataSize = length;
-        dataStart = chunk.payload;
-        setNumSamplesFromData(length);
-    }
-    else if (identifier == bextGuid)
-    {
-        readBextChunk(length);
-    }
-    else if (identifier == listGuid)
-    {
-        readListChunk(chunk.next);
-    }
-    // fact and junk carry nothing.
-    return true;
 }
 
 // ---------------------------------------------------------------------------------------
@@ -646,17 +597,14 @@ void WavFileReader::readAdtlList(int64_t end)
     // Each round reads a sub-chunk header, so the position moves on until end or the file's end.
     while (fileReader->GetPosition() < end && !fileReader->IsExhausted())
     {
-        const uint32_t identifier = ReadUInt32(*fileReader);
-        const uint32_t size = ReadUInt32(*fileReader);
-        const int64_t next = AddClamped(fileReader->GetPosition(), uint64_t(size) + (size & 1));
-
-        if (identifier == FourCC("labl"))
-            readCueText("CueLabel" + FromInteger(labels++), size);
-        else if (identifier == FourCC("note"))
-            readCueText("CueNote" + FromInteger(notes++), size);
-        else if (identifier == FourCC("ltxt"))
-            readCueRegion("CueRegion" + FromInteger(regions++), size);
-        fileReader->SetPosition(next);
+        const ChunkHeader chunk = readChunkHeader(false);
+        if (chunk.identifier == FourCC("labl"))
+            readCueText("CueLabel" + FromInteger(labels++), chunk.size);
+        else if (chunk.identifier == FourCC("note"))
+            readCueText("CueNote" + FromInteger(notes++), chunk.size);
+        else if (chunk.identifier == FourCC("ltxt"))
+            readCueRegion("CueRegion" + FromInteger(regions++), chunk.size);
+        fileReader->SetPosition(chunk.next);
     }
 
     if (labels > 0)
@@ -667,13 +615,13 @@ void WavFileReader::readAdtlList(int64_t end)
         infoEntries.set("NumCueRegions", FromInteger(regions));
 }
 
-void WavFileReader::readCueText(const String& prefix, uint32_t size)
+void WavFileReader::readCueText(const String& prefix, int64_t size)
 {
     infoEntries.set(prefix + "Identifier", FromInteger(ReadUInt32(*fileReader)));
-    infoEntries.set(prefix + "Text", ReadText(*fileReader, int64_t(size) - 4));
+    infoEntries.set(prefix + "Text", ReadText(*fileReader, size - 4));
 }
 
-void WavFileReader::readCueRegion(const String& prefix, uint32_t size)
+void WavFileReader::readCueRegion(const String& prefix, int64_t size)
 {
     infoEntries.set(prefix + "Identifier", FromInteger(ReadUInt32(*fileReader)));
     infoEntries.set(prefix + "SampleLength", FromInteger(ReadUInt32(*fileReader)));
@@ -682,7 +630,7 @@ void WavFileReader::readCueRegion(const String& prefix, uint32_t size)
     infoEntries.set(prefix + "Language", FromInteger(uint32_t(ReadUInt16(*fileReader))));
     infoEntries.set(prefix + "Dialect", FromInteger(uint32_t(ReadUInt16(*fileReader))));
     infoEntries.set(prefix + "CodePage", FromInteger(uint32_t(ReadUInt16(*fileReader))));
-    infoEntries.set(prefix + "Text", ReadText(*fileReader, int64_t(size) - 20));
+    infoEntries.set(prefix + "Text", ReadText(*fileReader, size - 20));
 }
 
 void WavFileReader::attachCueTexts()
@@ -742,52 +690,6 @@ void WavFileReader::checkReadable() const
 void WavFileReader::refuse(const CodeLocation& location) const
 {
     throw Exception("file " + Quoted(fileReader->GetFile().GetFullPath()) + " is not a valid WAV file", location);
-}
-
-// ---------------------------------------------------------------------------------------
-// Samples
-
-bool WavFileReader::readRawSamples(int** channels, uint64_t numRequested, uint64_t startSampleInFile)
-{
-    const uint64_t total = metadata.numSamples;
-    const uint64_t available = startSampleInFile >= total ? 0 : std::min(total - startSampleInFile, numRequested);
-
-    if (available > 0)
-    {
-        fileReader->SetPosition(getFramePosition(startSampleInFile));
-        decodeFrames(channels, available);
-    }
-
-    // Past the last frame there is silence.
-    if (available < numRequested && channels[0] != nullptr)
-        for (uint32_t c = 0; c < metadata.numChannels; ++c)
-            if (channels[c] != nullptr)
-                std::fill(channels[c] + available, channels[c] + numRequested, 0);
-    return true;
-}
-
-int64_t WavFileReader::getFramePosition(uint64_t frame) const
-{
-    // A frame whose offset overflows lies past any file's end: clamp, and the seek lands there.
-    const uint64_t framesToLimit = uint64_t(largestPosition - dataStart) / uint64_t(bytesPerFrame);
-    return frame > framesToLimit ? largestPosition : dataStart + int64_t(frame) * bytesPerFrame;
-}
-
-void WavFileReader::decodeFrames(int** channels, uint64_t numFrames)
-{
-    const uint64_t framesPerBlock = uint64_t(rawBlockSize / bytesPerFrame);
-    for (uint64_t done = 0; done < numFrames;)
-    {
-        const uint64_t frames = std::min(framesPerBlock, numFrames - done);
-        const int64_t bytes = int64_t(frames) * bytesPerFrame;
-        const int64_t got = std::clamp<int64_t>(fileReader->Read(rawBlock.data(), bytes), 0, bytes);
-        // What a short file lacks is decoded as zero bytes.
-        std::memset(rawBlock.data() + got, 0, size_t(bytes - got));
-
-        ConvertLittleEndianToInt32(int(metadata.bitsPerSample), metadata.isFloat, channels, done,
-                                   metadata.numChannels, rawBlock.data(), metadata.numChannels, frames);
-        done += frames;
-    }
 }
 
 } // namespace kvo

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 
-#include "audiofiles/KvoAudioFileReader.h"
+#include "audiofiles/KvoPcmFileReader.h"
 #include "core/KvoException.h"
 
 namespace kvo
@@ -11,15 +10,15 @@ namespace kvo
 
 /**
     Reader of the WAV family: RIFF/WAVE, RF64 (sizes from its ds64 chunk) and Wave64
-    (GUID-named chunks with 64-bit sizes). The header is parsed in the constructor, which
-    throws if the file can't be read; samples are then decoded through a fixed staging
-    block, and whatever the file lacks reads as zero bytes.
+    (GUID-named chunks with 64-bit sizes), all walked by one loop over their chunk headers.
+    The header is parsed in the constructor, which throws if the file can't be read; the
+    samples are read as PcmFileReader reads them.
 
     The metadata chunks (bext, cue, LIST INFO and adtl, axml, chna) fill the record's text
     tables and markers and never refuse a file; a dbmd chunk is parsed for nothing but its
     refusal, which ends the constructor.
 */
-class WavFileReader : public AudioFileReader
+class WavFileReader : public PcmFileReader
 {
 public:
     /** Parses file's header; throws "file "..." is not a valid WAV file" and the container errors. */
@@ -29,7 +28,7 @@ public:
     String getDefaultExtension() const override { return ".wav"; }
 
     /** Bytes of one interleaved frame; 0 when the sample format can't be read. */
-    int32_t getBytesPerFrame() const noexcept { return bytesPerFrame; }
+    int32_t getBytesPerFrame() const noexcept { return int32_t(bytesPerFrame); }
     /** File offset of the first sample. */
     int64_t getDataStart() const noexcept { return dataStart; }
     /** Bytes of sample data as the header states them. */
@@ -44,29 +43,33 @@ public:
     /** The keys of the last cue chunk: "NumCuePoints" and six per cue point. */
     const StringDictionary& getCueEntries() const noexcept { return cueEntries; }
 
-    /** Bytes of staging memory that samples pass through on their way from the file. */
-    static constexpr int32_t rawBlockSize = 5760;
-
-protected:
-    bool readRawSamples(int** channels, uint64_t numSamples, uint64_t startSampleInFile) override;
-
 private:
-    /** Where a chunk's payload starts and where the chunk after it does. */
-    struct Chunk
+    /** A chunk's header as both forms give it: RIFF's FourCC and 32-bit size, Wave64's GUID and 64-bit length. */
+    struct ChunkHeader
     {
+        /** A RIFF identifier; a known Wave64 GUID gives the identifier of its RIFF counterpart. */
+        uint32_t identifier = 0;
+        /** Payload bytes; negative when a Wave64 length doesn't cover the header itself. */
+        int64_t size = 0;
+        /** Where the payload starts and where the chunk after it does. */
         int64_t payload = 0;
         int64_t next = 0;
     };
 
+    /**
+        Reads the chunk header at the position, of a Wave64 chunk or a RIFF one. The next
+        chunk starts after the pad byte of an odd RIFF chunk, after a Wave64 chunk rounded up
+        to 8 bytes; a negative Wave64 size steps nowhere.
+    */
+    ChunkHeader readChunkHeader(bool isWave64);
     void readHeader();
     int64_t readWave64Header();
     void readWaveForm(int64_t end);
     int64_t readDs64(int64_t start);
-    void readRiffChunks(int64_t end);
-    bool readRiffChunk(uint32_t identifier, uint32_t size, Chunk& chunk);
-    void readRiffDataChunk(uint32_t size, Chunk& chunk);
-    void readWave64Chunks(int64_t end);
-    bool readWave64Chunk(const std::array<uint8_t, 16>& identifier, int64_t length, const Chunk& chunk);
+    void readChunks(int64_t end);
+    /** Reads one chunk's payload; false when the walk ends here. */
+    bool readChunk(ChunkHeader& chunk);
+    void readDataChunk(ChunkHeader& chunk);
     void readFormatChunk(int64_t size);
     void setFrameWidth(int32_t rate, int32_t bytesPerSecond);
     void applyFormatTag(uint16_t tag, int64_t size);
@@ -80,8 +83,8 @@ private:
     void readListChunk(int64_t end);
     void readInfoList(int64_t end);
     void readAdtlList(int64_t end);
-    void readCueText(const String& prefix, uint32_t size);
-    void readCueRegion(const String& prefix, uint32_t size);
+    void readCueText(const String& prefix, int64_t size);
+    void readCueRegion(const String& prefix, int64_t size);
     void attachCueTexts();
     void readAxmlChunk(int64_t size);
     void readChnaChunk(int64_t size);
@@ -90,13 +93,7 @@ private:
     /** Throws the reader's refusal of this file, reported at location. */
     [[noreturn]] void refuse(const CodeLocation& location) const;
 
-    int64_t getFramePosition(uint64_t frame) const;
-    void decodeFrames(int** channels, uint64_t numFrames);
-
-    int32_t bytesPerFrame = 0;
-    int64_t dataStart = 0;
     int64_t dataSize = 0;
-    std::array<char, rawBlockSize> rawBlock {};
     ChnaData chnaData;
     StringDictionary infoEntries;
     bool isAmbisonicFormat = false;

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 
+#include "audiofiles/KvoByteOrder.h"
 #include "audiofiles/KvoPcmSampleCoding.h"
 #include "core/KvoException.h"
 #include "files/KvoFileWriter.h"
@@ -30,13 +31,10 @@ constexpr Guid pcmSubformat { 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00,
 constexpr Guid floatSubformat { 0x03, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00,
                                 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71 };
 
-/** A chunk identifier as the little-endian 32-bit value that spells it in the file. */
+/** A chunk identifier as FileWriter::WriteInt32 takes it: the value whose little-endian bytes spell it. */
 constexpr int FourCC(const char (&id)[5])
 {
-    return static_cast<int>(static_cast<uint32_t>(static_cast<uint8_t>(id[0]))
-                            | static_cast<uint32_t>(static_cast<uint8_t>(id[1])) << 8
-                            | static_cast<uint32_t>(static_cast<uint8_t>(id[2])) << 16
-                            | static_cast<uint32_t>(static_cast<uint8_t>(id[3])) << 24);
+    return static_cast<int>(LittleEndianFourCC(id));
 }
 
 /** The speaker mask of the extensible format; only these layouts name their speakers. */
@@ -90,12 +88,34 @@ public:
 private:
     void Unsigned(uint64_t value, int numBytes)
     {
-        for (int i = 0; i < numBytes; ++i)
-            *cursor++ = static_cast<uint8_t>(value >> (8 * i));
+        StoreLittleEndian(cursor, value, numBytes);
+        cursor += numBytes;
     }
 
     uint8_t* cursor;
 };
+
+/** The fmt chunk: plain PCM or float, or the extensible format with its speaker mask. */
+void ComposeFormatChunk(ByteComposer& out, uint32_t numChannels, uint32_t bits, double sampleRate, bool extensible)
+{
+    const uint32_t bytesPerFrame = bits * numChannels >> 3;
+    out.Id("fmt ");
+    out.UInt32(extensible ? 40 : 16);
+    out.UInt16(extensible ? 0xFFFE : (bits < 32 ? 1 : 3));
+    out.UInt16(numChannels);
+    out.UInt32(TruncateToUint32(sampleRate));
+    out.UInt32(TruncateToUint32(static_cast<double>(bytesPerFrame) * sampleRate));
+    out.UInt16(bytesPerFrame);
+    out.UInt16(bits);
+    if (extensible)
+    {
+        out.UInt16(22);
+        out.UInt16(bits);
+        out.UInt32(ChannelMaskFor(numChannels));
+        const Guid& subformat = bits < 32 ? pcmSubformat : floatSubformat;
+        out.Bytes(subformat.data(), subformat.size());
+    }
+}
 
 /** The entry at index, or an empty text where the array is shorter than the chna table. */
 const String& EntryOrEmpty(const StringArray& array, uint64_t index)
@@ -106,29 +126,15 @@ const String& EntryOrEmpty(const StringArray& array, uint64_t index)
 
 } // namespace
 
-ScopedPointer<WavFileWriter> WavFileWriter::CreateWriterFor(const File& file, double sampleRate,
-                                                            unsigned int numChannels, int bitsDepth,
-                                                            const Overwrite& overwrite)
-{
-    if (!prepareDestination(file, sampleRate, bitsDepth, overwrite))
-        return nullptr;
-    return ScopedPointer<WavFileWriter>(new WavFileWriter(file, sampleRate, numChannels, bitsDepth));
-}
-
 WavFileWriter::WavFileWriter(const File& file, double sampleRate, unsigned int numChannels, int bitsDepth)
     : AudioFileWriter(file, sampleRate, numChannels, bitsDepth)
 {
-    if (fileWriter == nullptr)
-        return;
     metadata.formatName = "WAV File";
     writeHeader();
 }
 
 WavFileWriter::~WavFileWriter()
 {
-    if (fileWriter == nullptr)
-        return;
-
     // The closing chunks go where the data ended before the header's pad byte: with odd data
     // they start on the pad byte.
     const int64_t closingChunksPosition = fileWriter->GetPosition();
@@ -162,45 +168,14 @@ void WavFileWriter::setForceRf64(bool shouldForceRf64)
 
 void WavFileWriter::writeChunk(const MemoryBlock& block, const int chunkId)
 {
-    if (fileWriter == nullptr)
-        throw Exception("error writing chunk", KVO_CODE_LOCATION);
     fileWriter->WriteInt32(chunkId);
     fileWriter->WriteInt32(static_cast<int32_t>(block.size));
     if (!fileWriter->Write(block))
         throw Exception("error writing chunk", KVO_CODE_LOCATION);
 }
 
-bool WavFileWriter::writeRawSamples(int** channels, uint64_t numSamples)
-{
-    if (writeFailed)
-        return false;
-
-    const uint64_t bytes = uint64_t { metadata.bitsPerSample } * metadata.numChannels * numSamples >> 3;
-    if (static_cast<uint64_t>(packBuffer.size) < bytes)
-        packBuffer.Allocate(static_cast<int64_t>(bytes), false);
-
-    const bool stored = fileWriter != nullptr && static_cast<uint64_t>(packBuffer.size) >= bytes;
-    if (stored)
-        PackWavSamples(static_cast<int>(metadata.bitsPerSample), channels, metadata.numChannels, numSamples,
-                       reinterpret_cast<char*>(packBuffer.data));
-    if (stored && fileWriter->Write(packBuffer.data, bytes))
-    {
-        bytesWritten += bytes;
-        metadata.numSamples += numSamples;
-        return true;
-    }
-
-    // Leave a file that is well-formed for what was stored so far; the partial block isn't counted.
-    writeHeader();
-    writeFailed = true;
-    return false;
-}
-
 void WavFileWriter::writeHeader()
 {
-    if (fileWriter == nullptr)
-        return;
-
     // Odd data takes a pad byte. It goes at the end of the counted data rather than at the
     // file's current position, which after a failed write lies elsewhere.
     if ((bytesWritten & 1) != 0)
@@ -246,22 +221,7 @@ void WavFileWriter::writeHeader()
         out.Zeros(junkSize);
     }
 
-    out.Id("fmt ");
-    out.UInt32(extensible ? 40 : 16);
-    out.UInt16(extensible ? 0xFFFE : (bits < 32 ? 1 : 3));
-    out.UInt16(numChannels);
-    out.UInt32(TruncateToUint32(metadata.sampleRate));
-    out.UInt32(TruncateToUint32(static_cast<double>(bytesPerFrame) * metadata.sampleRate));
-    out.UInt16(bytesPerFrame);
-    out.UInt16(bits);
-    if (extensible)
-    {
-        out.UInt16(22);
-        out.UInt16(bits);
-        out.UInt32(ChannelMaskFor(numChannels));
-        const Guid& subformat = bits < 32 ? pcmSubformat : floatSubformat;
-        out.Bytes(subformat.data(), subformat.size());
-    }
+    ComposeFormatChunk(out, numChannels, bits, metadata.sampleRate, extensible);
 
     out.Id("data");
     out.UInt32(rf64 ? 0xFFFFFFFFu : static_cast<uint32_t>(dataBytes));

@@ -24,7 +24,10 @@ public:
         depth or rate, and as the file's overwrite check does.
     */
     static ScopedPointer<WavFileWriter> CreateWriterFor(const File& file, double sampleRate, unsigned int numChannels,
-                                                        int bitsDepth, const Overwrite& overwrite);
+                                                        int bitsDepth, const Overwrite& overwrite)
+    {
+        return createPrepared<WavFileWriter>(file, sampleRate, numChannels, bitsDepth, overwrite);
+    }
 
     /**
         Opens file, appending at its end, and writes a header for 0 samples. Makes none of the
@@ -53,7 +56,6 @@ public:
     void writeChunk(const MemoryBlock& block, int chunkId);
 
 protected:
-    bool writeRawSamples(int** channels, uint64_t numSamples) override;
     void writeHeader() override;
 
 private:

@@ -210,7 +210,9 @@ bool File::IsDirectory() const
 
 bool File::IsFile() const
 {
-    return Exists() && !IsDirectory();
+    // One stat answers both questions.
+    struct stat info {};
+    return statPath(fullPath, info) && !S_ISDIR(info.st_mode);
 }
 
 uint64_t File::GetSize() const

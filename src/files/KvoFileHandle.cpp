@@ -29,18 +29,18 @@ int64_t systemSeek(int handle, int64_t offset, int whence)
 }
 
 /**
-    Repeats call until numBytes moved, in pieces the system accepts. The system may move
+    Repeats call (handle, bytes done, piece) until numBytes moved, in pieces the system accepts. The system may move
     fewer bytes than asked, or be interrupted by a signal, without anything being wrong;
     only a failure or the end of the file (a count of 0) stops the loop early.
 */
-template <typename Byte, typename Call>
-int64_t transferFully(int handle, Byte* bytes, int64_t numBytes, Call call)
+template <typename Call>
+int64_t transferFully(int handle, int64_t numBytes, Call call)
 {
     int64_t done = 0;
     while (handle != FileHandle::invalid && done < numBytes)
     {
         const int64_t piece = std::min(numBytes - done, details::largestFileSystemCall);
-        const int64_t count = call(handle, bytes + done, static_cast<uint64_t>(piece));
+        const int64_t count = call(handle, done, static_cast<uint64_t>(piece));
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)
@@ -106,12 +106,31 @@ int64_t FileHandle::Tell(int handle)
 
 int64_t FileHandle::ReadFully(int handle, void* dest, int64_t numBytes)
 {
-    return transferFully(handle, static_cast<uint8_t*>(dest), numBytes, details::fileSystemCalls.read);
+    auto* bytes = static_cast<uint8_t*>(dest);
+    return transferFully(handle, numBytes, [bytes, readCall = details::fileSystemCalls.read](int h, int64_t done,
+                                                                                          uint64_t piece) {
+        return readCall(h, bytes + done, piece);
+    });
 }
 
 int64_t FileHandle::WriteFully(int handle, const void* source, int64_t numBytes)
 {
-    return transferFully(handle, static_cast<const uint8_t*>(source), numBytes, details::fileSystemCalls.write);
+    const auto* bytes = static_cast<const uint8_t*>(source);
+    return transferFully(handle, numBytes, [bytes, writeCall = details::fileSystemCalls.write](int h, int64_t done,
+                                                                                            uint64_t piece) {
+        return writeCall(h, bytes + done, piece);
+    });
+}
+
+int64_t FileHandle::CopyRange(int source, int64_t sourceOffset, int destination, int64_t numBytes)
+{
+    const details::FileSystemCalls& calls = details::fileSystemCalls;
+    if (source == invalid || calls.read != systemRead || calls.write != systemWrite || calls.seek != systemSeek)
+        return 0;
+    off_t offset = sourceOffset;
+    return transferFully(destination, numBytes, [source, &offset](int h, int64_t, uint64_t piece) -> int64_t {
+        return ::copy_file_range(source, &offset, h, nullptr, piece, 0);
+    });
 }
 
 void FileHandle::Close(int handle)

@@ -35,6 +35,13 @@ public:
     static int64_t ReadFully(int handle, void* dest, int64_t numBytes);
     /** Writes until numBytes are out or a call failed; the count written. */
     static int64_t WriteFully(int handle, const void* source, int64_t numBytes);
+    /**
+        Copies up to numBytes inside the kernel, from source at sourceOffset (its position
+        stays) to destination at its position; the count copied. Stops early at the end of
+        source or when the system can't or won't, and copies nothing while the file calls are
+        swapped, so that what a test plans for them happens.
+    */
+    static int64_t CopyRange(int source, int64_t sourceOffset, int destination, int64_t numBytes);
     static void Close(int handle);
 };
 

@@ -38,6 +38,8 @@ public:
     int64_t Read(void* dest, int64_t numBytes) override;
 
     const File& GetFile() const noexcept { return file; }
+    /** The open descriptor, for FileWriter::WriteFrom. */
+    int GetHandle() const noexcept { return handle; }
 
 private:
     File file;

@@ -5,6 +5,7 @@
 #include "core/KvoException.h"
 #include "core/KvoMemoryBlock.h"
 #include "files/KvoFileHandle.h"
+#include "files/KvoFileReader.h"
 
 namespace kvo
 {
@@ -108,6 +109,26 @@ bool FileWriter::WriteInt64(int64_t value)
     uint8_t bytes[8];
     storeLittleEndian(bytes, static_cast<uint64_t>(value), 8);
     return Write(bytes, 8);
+}
+
+bool FileWriter::WriteFrom(FileReader& source, int64_t numBytes, void* buffer, int64_t bufferSize, int64_t& numCopied)
+{
+    const int64_t wanted = std::clamp<int64_t>(numBytes, 0, source.GetTotalLength() - source.GetPosition());
+    numCopied = IsOpen() ? FileHandle::CopyRange(source.GetHandle(), source.GetPosition(), handle, wanted) : 0;
+    position += numCopied;
+    source.SetPosition(source.GetPosition() + numCopied);
+
+    // Whatever the kernel didn't copy goes through the buffer.
+    while (numCopied < wanted)
+    {
+        const int64_t numRead = source.Read(buffer, std::min(wanted - numCopied, bufferSize));
+        if (numRead <= 0)
+            break;
+        if (!Write(buffer, static_cast<uint64_t>(numRead)))
+            return false;
+        numCopied += numRead;
+    }
+    return true;
 }
 
 bool FileWriter::SetPosition(int64_t newPosition)

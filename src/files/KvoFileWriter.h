@@ -7,6 +7,7 @@
 namespace kvo
 {
 
+class FileReader;
 class MemoryBlock;
 
 /**
@@ -33,6 +34,15 @@ public:
     bool WriteInt32(int32_t value);
     bool WriteInt32BigEndian(int32_t value);
     bool WriteInt64(int64_t value);
+
+    /**
+        Appends the next numBytes of source, from its position up to its length as it was
+        opened, and moves source on by the count copied (numCopied). The bytes move inside
+        the kernel where the system allows, otherwise through buffer (bufferSize bytes).
+        False when a write fails; numCopied falls short of numBytes, with true, where source
+        ends or a read fails.
+    */
+    bool WriteFrom(FileReader& source, int64_t numBytes, void* buffer, int64_t bufferSize, int64_t& numCopied);
 
     /**
         Moves to newPosition from the file's start, for rewriting what was written before;
