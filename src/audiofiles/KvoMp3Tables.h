@@ -23,14 +23,17 @@ struct Mp3HuffmanTable
     One record of a band map: a run of lines that share a scale factor band and a gain.
     Window 3 is a long band (lines consecutive, step 1); windows 0 to 2 are the short windows,
     whose lines are stored interleaved with window fastest (step 3), so dequantising places
-    short-block lines in their final order.
+    short-block lines in their final order: this is the reordering of short blocks.
 */
 struct Mp3BandRecord
 {
     int16_t pairs = 0; ///< width of the run in line pairs
-    int16_t start = 0; ///< first line in the spectrum
+    int16_t start = 0; ///< first line in the spectrum; a short window's band starts at the band's start plus the window
     int16_t window = 3;
     int16_t band = 0; ///< the long band (window 3) or the short band of the run
+
+    /** Distance between the run's lines in the spectrum: 1 in a long band, 3 in a short window. */
+    int32_t lineStep() const noexcept { return window == 3 ? 1 : 3; }
 };
 
 /** The records of one map and how many there are. */
@@ -110,7 +113,7 @@ struct Mp3Tables
         12000, 8000 Hz): 23 long boundaries, 22 long widths, 14 short boundaries (in lines of
         all three windows), 13 short widths.
     */
-    static const int16_t bandTable[9][72];
+    static const int16_t (&bandTable)[9][72];
     static constexpr int longBoundaries = 0;
     static constexpr int longWidths = 23;
     static constexpr int shortBoundaries = 45;
