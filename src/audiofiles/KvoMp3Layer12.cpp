@@ -4,8 +4,6 @@
 #include <array>
 #include <cmath>
 
-#include "audiofiles/KvoMp3Decoder.h"
-
 namespace kvo
 {
 
@@ -419,16 +417,6 @@ void decodeLayer2(Mp3FrameHeader& header, Mp3BitReader& bits, Mp3SynthesisState&
         for (Rows& row : rows)
             synthesiseRow(header, synthesis, row, out0, out1, samplesDone);
     }
-}
-
-void decodeLayer1Frame(Mp3DecoderState& state, float* out0, float* out1, int32_t& samplesDone)
-{
-    decodeLayer1(state.header, state.bits, state.synthesis, out0, out1, samplesDone);
-}
-
-void decodeLayer2Frame(Mp3DecoderState& state, float* out0, float* out1, int32_t& samplesDone)
-{
-    decodeLayer2(state.header, state.bits, state.synthesis, out0, out1, samplesDone);
 }
 
 } // namespace kvo
