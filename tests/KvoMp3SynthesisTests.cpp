@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "KvoMp3Reference.h"
@@ -79,7 +81,9 @@ TEST(Mp3Synthesis, FastDctMatchesTheCosineSum)
 void CompareWithDirect(int rows, int channels, float amplitude, unsigned seed)
 {
     Mp3SynthesisState state;
+    Mp3SynthesisState plain; // the four-float path, which must match the one chosen for this processor to the bit
     state.reset();
+    plain.reset();
     testing::ReferenceSynthesis direct[2];
     std::vector<float> out[2] = { std::vector<float>(size_t(32 * rows)), std::vector<float>(size_t(32 * rows)) };
     int samplesDone = 0;
@@ -92,6 +96,12 @@ void CompareWithDirect(int rows, int channels, float amplitude, unsigned seed)
             int done = samplesDone;
             synthesise(state, subbands.data(), channel, out[channel].data(), done);
             ASSERT_EQ(done, samplesDone + 32);
+            const bool wide = std::exchange(mp3WideSynthesis, false);
+            float plainRow[32];
+            int plainDone = 0;
+            synthesise(plain, subbands.data(), channel, plainRow, plainDone);
+            mp3WideSynthesis = wide;
+            EXPECT_EQ(std::memcmp(plainRow, out[channel].data() + samplesDone, sizeof plainRow), 0) << row;
             const std::vector<double> rowIn(subbands.begin(), subbands.end());
             std::vector<double> expected;
             direct[channel].Row(rowIn.data(), expected);
