@@ -96,11 +96,11 @@ void CompareWithDirect(int rows, int channels, float amplitude, unsigned seed)
             int done = samplesDone;
             synthesise(state, subbands.data(), channel, out[channel].data(), done);
             ASSERT_EQ(done, samplesDone + 32);
-            const bool wide = std::exchange(mp3WideSynthesis, false);
+            const bool wide = std::exchange(mp3WideFilterbank, false);
             float plainRow[32];
             int plainDone = 0;
             synthesise(plain, subbands.data(), channel, plainRow, plainDone);
-            mp3WideSynthesis = wide;
+            mp3WideFilterbank = wide;
             EXPECT_EQ(std::memcmp(plainRow, out[channel].data() + samplesDone, sizeof plainRow), 0) << row;
             const std::vector<double> rowIn(subbands.begin(), subbands.end());
             std::vector<double> expected;
@@ -178,10 +178,19 @@ TEST(Mp3Imdct, MatchesTheDirectTransformWindowedAndOverlapped)
             std::vector<float> hybrid(18 * mp3HybridStride, 99.0f);
             std::vector<float> overlapCopy = overlapIn;
             const float* window = oddSubBand ? tables.imdctWindowOdd[blockType] : tables.imdctWindow[blockType];
-            if (blockType == 2)
-                imdct12(lines.data(), overlapCopy.data(), overlapOut.data(), window, hybrid.data() + 1);
-            else
-                imdct36(lines.data(), overlapCopy.data(), overlapOut.data(), window, hybrid.data() + 1);
+            const auto transform = [&](std::vector<float>& overlap, std::vector<float>& samples) {
+                (blockType == 2 ? imdct12 : imdct36)(lines.data(), overlapCopy.data(), overlap.data(), window,
+                                                     samples.data() + 1);
+            };
+            transform(overlapOut, hybrid);
+            // The plain path gives the same values to the bit.
+            const bool wide = std::exchange(mp3WideFilterbank, false);
+            std::vector<float> plainOverlap(18, 99.0f);
+            std::vector<float> plainHybrid(18 * mp3HybridStride, 99.0f);
+            transform(plainOverlap, plainHybrid);
+            mp3WideFilterbank = wide;
+            EXPECT_EQ(plainOverlap, overlapOut);
+            EXPECT_EQ(plainHybrid, hybrid);
 
             // Odd sub-bands come out with every odd sample negated, overlap included.
             for (int i = 0; i < 18; ++i)

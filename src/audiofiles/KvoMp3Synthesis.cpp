@@ -61,19 +61,39 @@ inline __m128 Reversed(__m128 values) noexcept
     return _mm_shuffle_ps(values, values, _MM_SHUFFLE(0, 1, 2, 3));
 }
 
-/** Butterflies for groups of 8 or more, four values a step: the same sums and products as the scalar stage. */
+/** Butterflies four values a step: the same sums and products as the scalar stage. */
 template <int n>
 inline void ButterfliesVector(const float* in, float* out, const float* factors) noexcept
 {
     constexpr int half = n / 2;
-    for (int g = 0; g < 32; g += n)
+    if constexpr (n <= 4)
     {
-        for (int k = 0; k < half; k += 4)
+        // Groups of 4 keep their sums low and their differences high; groups of 2 alternate.
+        // A difference taken the other way round is only negated, and dropped.
+        const __m128 scale = _mm_setr_ps(factors[0], factors[half - 1], factors[0], factors[half - 1]);
+        for (int g = 0; g < 32; g += 4)
         {
-            const __m128 low = _mm_loadu_ps(in + g + k);
-            const __m128 high = Reversed(_mm_loadu_ps(in + g + n - 4 - k));
-            _mm_storeu_ps(out + g + k, _mm_add_ps(low, high));
-            _mm_storeu_ps(out + g + half + k, _mm_mul_ps(_mm_sub_ps(low, high), _mm_loadu_ps(factors + k)));
+            const __m128 values = _mm_loadu_ps(in + g);
+            const __m128 mirror = n == 4 ? Reversed(values) : _mm_shuffle_ps(values, values, _MM_SHUFFLE(2, 3, 0, 1));
+            const __m128 sums = _mm_add_ps(values, mirror);
+            const __m128 differences = _mm_mul_ps(_mm_sub_ps(values, mirror), scale);
+            const __m128 picked = _mm_shuffle_ps(sums, differences, _MM_SHUFFLE(2, 0, 2, 0));
+            const __m128 result = n == 4 ? _mm_movelh_ps(sums, differences)
+                                         : _mm_shuffle_ps(picked, picked, _MM_SHUFFLE(3, 1, 2, 0));
+            _mm_storeu_ps(out + g, result);
+        }
+    }
+    else
+    {
+        for (int g = 0; g < 32; g += n)
+        {
+            for (int k = 0; k < half; k += 4)
+            {
+                const __m128 low = _mm_loadu_ps(in + g + k);
+                const __m128 high = Reversed(_mm_loadu_ps(in + g + n - 4 - k));
+                _mm_storeu_ps(out + g + k, _mm_add_ps(low, high));
+                _mm_storeu_ps(out + g + half + k, _mm_mul_ps(_mm_sub_ps(low, high), _mm_loadu_ps(factors + k)));
+            }
         }
     }
 }
@@ -83,17 +103,30 @@ template <int n>
 inline void RecombineVector(const float* in, float* out) noexcept
 {
     constexpr int half = n / 2;
-    for (int g = 0; g < 32; g += n)
+    if constexpr (n == 4)
     {
-        for (int i = 0; i < half; i += 4)
+        // Each group of 4 becomes in0, in2 + in3, in1, in3 + 0.
+        for (int g = 0; g < 32; g += 4)
         {
-            const __m128 even = _mm_loadu_ps(in + g + i);
-            const __m128 odd = _mm_loadu_ps(in + g + half + i);
-            const __m128 next = i + 4 < half ? _mm_loadu_ps(in + g + half + i + 1)
-                                             : _mm_castsi128_ps(_mm_srli_si128(_mm_castps_si128(odd), 4));
-            const __m128 sums = _mm_add_ps(odd, next);
-            _mm_storeu_ps(out + g + 2 * i, _mm_unpacklo_ps(even, sums));
-            _mm_storeu_ps(out + g + 2 * i + 4, _mm_unpackhi_ps(even, sums));
+            const __m128 values = _mm_loadu_ps(in + g);
+            const __m128 sums = _mm_add_ps(values, _mm_castsi128_ps(_mm_srli_si128(_mm_castps_si128(values), 4)));
+            _mm_storeu_ps(out + g, _mm_unpacklo_ps(values, _mm_shuffle_ps(sums, sums, _MM_SHUFFLE(3, 2, 3, 2))));
+        }
+    }
+    else
+    {
+        for (int g = 0; g < 32; g += n)
+        {
+            for (int i = 0; i < half; i += 4)
+            {
+                const __m128 even = _mm_loadu_ps(in + g + i);
+                const __m128 odd = _mm_loadu_ps(in + g + half + i);
+                const __m128 next = i + 4 < half ? _mm_loadu_ps(in + g + half + i + 1)
+                                                 : _mm_castsi128_ps(_mm_srli_si128(_mm_castps_si128(odd), 4));
+                const __m128 sums = _mm_add_ps(odd, next);
+                _mm_storeu_ps(out + g + 2 * i, _mm_unpacklo_ps(even, sums));
+                _mm_storeu_ps(out + g + 2 * i + 4, _mm_unpackhi_ps(even, sums));
+            }
         }
     }
 }
@@ -123,10 +156,24 @@ inline __m128 WindowFourRows(const float* window, const float* history, int hist
     return AddLanes(lanes);
 }
 
+#else
+
+template <int n>
+inline void ButterfliesVector(const float* in, float* out, const float* factors) noexcept
+{
+    Butterflies<n>(in, out, factors);
+}
+
+template <int n>
+inline void RecombineVector(const float* in, float* out) noexcept
+{
+    Recombine<n>(in, out);
+}
+
 #endif
 
 #if defined(__x86_64__)
-#define KVO_MP3_WIDE_SYNTHESIS 1
+#define KVO_MP3_WIDE_FILTERBANK 1
 
 /**
     The same four rows eight floats a step, for processors with AVX: taps k and k + 8 multiply
@@ -169,7 +216,7 @@ inline void WindowRows(const float* window, const float* history, int historySte
         const float* w = window + 32 * first;
         const float* h = history + historyStep * first;
         __m128 sums;
-#if defined(KVO_MP3_WIDE_SYNTHESIS)
+#if defined(KVO_MP3_WIDE_FILTERBANK)
         if constexpr (wide)
             sums = WindowFourRowsWide(w, h, historyStep);
         else
@@ -224,6 +271,35 @@ const WorkingWindows& GetWorkingWindows()
     return windows;
 }
 
+inline void Dct32(float* first, float* second, const float* in) noexcept
+{
+    const float (*factors)[16] = GetMp3Tables().synthCosTables;
+    float a[32];
+    float b[32];
+    float values[32];
+    ButterfliesVector<32>(in, a, factors[0]);
+    ButterfliesVector<16>(a, b, factors[1]);
+    ButterfliesVector<8>(b, a, factors[2]);
+    ButterfliesVector<4>(a, b, factors[3]);
+    ButterfliesVector<2>(b, a, factors[4]);
+    RecombineVector<4>(a, b);
+    RecombineVector<8>(b, a);
+    RecombineVector<16>(a, b);
+    RecombineVector<32>(b, values);
+    for (int row = 0; row < 17; ++row)
+        first[16 * row] = values[16 - row];
+    for (int row = 0; row < 16; ++row)
+        second[16 * row] = values[16 + row];
+}
+
+#if defined(KVO_MP3_WIDE_FILTERBANK)
+/** The same transform in AVX's three-operand instructions, the same arithmetic. */
+__attribute__((target("avx"), flatten)) void Dct32Wide(float* first, float* second, const float* in) noexcept
+{
+    Dct32(first, second, in);
+}
+#endif
+
 /** The 32 samples of a row from the history, rotation its newest slot's place in the window. */
 template <bool wide>
 inline void WindowSamples(const float* history, int rotation, float* samples) noexcept
@@ -253,7 +329,7 @@ void WindowSamplesPlain(const float* history, int rotation, float* samples) noex
     WindowSamples<false>(history, rotation, samples);
 }
 
-#if defined(KVO_MP3_WIDE_SYNTHESIS)
+#if defined(KVO_MP3_WIDE_FILTERBANK)
 __attribute__((target("avx"), flatten)) void WindowSamplesWide(const float* history, int rotation,
                                                                 float* samples) noexcept
 {
@@ -263,10 +339,10 @@ __attribute__((target("avx"), flatten)) void WindowSamplesWide(const float* hist
 
 } // namespace
 
-#if defined(KVO_MP3_WIDE_SYNTHESIS)
-bool mp3WideSynthesis = __builtin_cpu_supports("avx");
+#if defined(KVO_MP3_WIDE_FILTERBANK)
+bool mp3WideFilterbank = __builtin_cpu_supports("avx");
 #else
-bool mp3WideSynthesis = false;
+bool mp3WideFilterbank = false;
 #endif
 
 void Mp3SynthesisState::reset() noexcept
@@ -277,35 +353,14 @@ void Mp3SynthesisState::reset() noexcept
 
 void fastDct32(float* first, float* second, const float* in)
 {
-    const float (*factors)[16] = GetMp3Tables().synthCosTables;
-    float a[32];
-    float b[32];
-    float values[32];
-#if defined(__SSE2__)
-    ButterfliesVector<32>(in, a, factors[0]);
-    ButterfliesVector<16>(a, b, factors[1]);
-    ButterfliesVector<8>(b, a, factors[2]);
-    Butterflies<4>(a, b, factors[3]);
-    Butterflies<2>(b, a, factors[4]);
-    Recombine<4>(a, b);
-    RecombineVector<8>(b, a);
-    RecombineVector<16>(a, b);
-    RecombineVector<32>(b, values);
-#else
-    Butterflies<32>(in, a, factors[0]);
-    Butterflies<16>(a, b, factors[1]);
-    Butterflies<8>(b, a, factors[2]);
-    Butterflies<4>(a, b, factors[3]);
-    Butterflies<2>(b, a, factors[4]);
-    Recombine<4>(a, b);
-    Recombine<8>(b, a);
-    Recombine<16>(a, b);
-    Recombine<32>(b, values);
+#if defined(KVO_MP3_WIDE_FILTERBANK)
+    if (mp3WideFilterbank)
+    {
+        Dct32Wide(first, second, in);
+        return;
+    }
 #endif
-    for (int row = 0; row < 17; ++row)
-        first[16 * row] = values[16 - row];
-    for (int row = 0; row < 16; ++row)
-        second[16 * row] = values[16 + row];
+    Dct32(first, second, in);
 }
 
 void synthesise(Mp3SynthesisState& state, const float* subbands, int channel, float* out, int& samplesDone)
@@ -333,8 +388,8 @@ void synthesise(Mp3SynthesisState& state, const float* subbands, int channel, fl
     }
 
     float* samples = out + samplesDone;
-#if defined(KVO_MP3_WIDE_SYNTHESIS)
-    if (mp3WideSynthesis)
+#if defined(KVO_MP3_WIDE_FILTERBANK)
+    if (mp3WideFilterbank)
         WindowSamplesWide(halves[readHalf], rotation, samples);
     else
 #endif

@@ -21,11 +21,11 @@ struct Mp3SynthesisState
 };
 
 /**
-    Whether synthesise windows eight floats a step (AVX) instead of four; set at start-up when
-    the processor has AVX. Both paths give the same samples to the bit; tests switch it off to
-    compare them.
+    Whether synthesis and the IMDCTs run their AVX code (eight floats a step, three-operand
+    instructions); set at start-up when the processor has AVX. Both paths give the same samples
+    to the bit; tests switch it off to compare them.
 */
-extern bool mp3WideSynthesis;
+extern bool mp3WideFilterbank;
 
 /**
     Turns one row of 32 sub-band values into 32 samples of channel (0 or 1), written at
