@@ -1,7 +1,6 @@
 #include "audiofiles/KvoMp3LayerIII.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "audiofiles/KvoMp3Imdct.h"
@@ -125,65 +124,16 @@ inline float withSign(float factor, uint32_t sign)
 }
 
 /**
-    The first steps of a Huffman walk, looked up: for each value of the next 8 bits, the
-    leaf they end at and the bits it took, or the node the walk stands at after all 8.
-    Built once from the trees, so that most codes cost one lookup instead of a walk.
-*/
-struct HuffmanShortcut
-{
-    int16_t value = 0;   ///< the leaf, or the node's offset in the tree
-    uint8_t length = 0;  ///< bits used
-    bool isLeaf = false;
-};
-
-constexpr int32_t shortcutBits = 8;
-using ShortcutTable = std::array<HuffmanShortcut, 1 << shortcutBits>;
-
-ShortcutTable BuildShortcuts(const int16_t* tree)
-{
-    ShortcutTable table;
-    for (uint32_t prefix = 0; prefix < table.size(); ++prefix)
-    {
-        int32_t node = 0;
-        uint8_t used = 0;
-        while (tree[node] < 0 && used < shortcutBits)
-        {
-            const bool bit = ((prefix >> (shortcutBits - 1 - used)) & 1) != 0;
-            node += 1 + (bit ? -tree[node] : 0);
-            ++used;
-        }
-        const bool isLeaf = tree[node] >= 0;
-        table[prefix] = { int16_t(isLeaf ? tree[node] : node), used, isLeaf };
-    }
-    return table;
-}
-
-/** Shortcuts of the 32 big-value tables, then of the two count1 trees. */
-const std::array<ShortcutTable, 34>& GetShortcuts()
-{
-    static const std::array<ShortcutTable, 34> shortcuts = [] {
-        const Mp3Tables& tables = GetMp3Tables();
-        std::array<ShortcutTable, 34> built;
-        for (int32_t i = 0; i < 32; ++i)
-            built[size_t(i)] = BuildShortcuts(tables.huffmanTables[i].tree);
-        built[32] = BuildShortcuts(tables.count1Trees[0]);
-        built[33] = BuildShortcuts(tables.count1Trees[1]);
-        return built;
-    }();
-    return shortcuts;
-}
-
-/**
     Walks a Huffman tree over the look-ahead bits in window, from bit used on (counted from
     the top): a branch entry skips its magnitude of entries when the bit is 1, and the walk
     ends at the first non-negative entry, the leaf. The first 8 bits are looked up, the rest
     taken one at a time (the longest code has 19). used grows by the code's length; a code
     longer than limit bits gives -1.
 */
-inline int32_t walkTree(uint64_t window, const int16_t* tree, const ShortcutTable& shortcuts, int32_t& used,
+inline int32_t walkTree(uint64_t window, const int16_t* tree, const Mp3HuffmanLookup* lookup, int32_t& used,
                         int32_t limit)
 {
-    const HuffmanShortcut& first = shortcuts[window >> (64 - shortcutBits)];
+    const Mp3HuffmanLookup& first = lookup[window >> (64 - mp3LookupBits)];
     used = first.length;
     if (first.isLeaf)
         return used <= limit ? first.value : -1;
@@ -282,7 +232,7 @@ public:
         {
             const int32_t select = int32_t(info.table_select[region] & 31);
             const Mp3HuffmanTable& table = tables.huffmanTables[select];
-            const ShortcutTable& shortcuts = allShortcuts[size_t(select)];
+            const Mp3HuffmanLookup* lookup = tables.huffmanLookups[select];
             // Run by run: the pairs of one band record share their factor and their step.
             for (int32_t left = counts[region]; left > 0;)
             {
@@ -297,7 +247,7 @@ public:
                     // A pair takes at most 19 + 2 x 14 bits: one look ahead serves all of it.
                     const uint64_t window = bits.peek64();
                     int32_t used = 0;
-                    const int32_t leaf = std::max(walkTree(window, table.tree, shortcuts, used, 32), 0);
+                    const int32_t leaf = std::max(walkTree(window, table.tree, lookup, used, 32), 0);
                     const float x = decodeValue(window, used, powerTable, leaf >> 4, table.linbits, cursor.factor);
                     const float y = decodeValue(window, used, powerTable, leaf & 15, table.linbits, cursor.factor);
                     bits.skipBits(used);
@@ -416,7 +366,7 @@ private:
     {
         const uint32_t select = info.count1table_select & 1;
         int32_t used = 0;
-        const int32_t leaf = walkTree(bits.peek64(), tables.count1Trees[select], allShortcuts[32 + select], used,
+        const int32_t leaf = walkTree(bits.peek64(), tables.count1Trees[select], tables.huffmanLookups[32 + select], used,
                                       remain);
         if (leaf < 0)
         {
@@ -430,7 +380,6 @@ private:
     }
 
     const Mp3Tables& tables = GetMp3Tables();
-    const std::array<ShortcutTable, 34>& allShortcuts = GetShortcuts();
     Mp3BitReader& bits;
     float* spectrum;
     const int32_t* scaleFactors;

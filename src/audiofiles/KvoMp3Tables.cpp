@@ -418,6 +418,31 @@ void BuildHuffmanTrees(Mp3Tables& tables)
     tables.count1Trees[1] = trees[mp3Count1TableB];
 }
 
+void BuildLookup(const int16_t* tree, Mp3HuffmanLookup (&lookup)[1 << mp3LookupBits])
+{
+    for (int prefix = 0; prefix < (1 << mp3LookupBits); ++prefix)
+    {
+        int node = 0;
+        int used = 0;
+        while (tree[node] < 0 && used < mp3LookupBits)
+        {
+            const bool bit = ((prefix >> (mp3LookupBits - 1 - used)) & 1) != 0;
+            node += 1 + (bit ? -tree[node] : 0);
+            ++used;
+        }
+        const bool isLeaf = tree[node] >= 0;
+        lookup[prefix] = { int16_t(isLeaf ? tree[node] : node), uint8_t(used), isLeaf };
+    }
+}
+
+void BuildLookups(Mp3Tables& tables)
+{
+    for (int select = 0; select < 32; ++select)
+        BuildLookup(tables.huffmanTables[select].tree, tables.huffmanLookups[select]);
+    BuildLookup(tables.count1Trees[0], tables.huffmanLookups[32]);
+    BuildLookup(tables.count1Trees[1], tables.huffmanLookups[33]);
+}
+
 void BuildTables(Mp3Tables& tables)
 {
     BuildSynthesisTables(tables);
@@ -428,6 +453,7 @@ void BuildTables(Mp3Tables& tables)
     BuildBandMaps(tables);
     BuildLowRateLengths(tables);
     BuildHuffmanTrees(tables);
+    BuildLookups(tables);
 }
 
 } // namespace

@@ -20,6 +20,20 @@ struct Mp3HuffmanTable
 };
 
 /**
+    The first steps of a Huffman walk, looked up: for one value of the next mp3LookupBits bits,
+    the leaf they end at and the bits it took, or the node the walk stands at after all of them.
+    Built from the trees, so that most codes cost one look-up instead of a walk.
+*/
+struct Mp3HuffmanLookup
+{
+    int16_t value = 0;  ///< the leaf, or the node's offset in the tree
+    uint8_t length = 0; ///< bits used
+    bool isLeaf = false;
+};
+
+constexpr int mp3LookupBits = 8;
+
+/**
     One record of a band map: a run of lines that share a scale factor band and a gain.
     Window 3 is a long band (lines consecutive, step 1); windows 0 to 2 are the short windows,
     whose lines are stored interleaved with window fastest (step 3), so dequantising places
@@ -101,6 +115,8 @@ struct Mp3Tables
     Mp3HuffmanTable huffmanTables[32];
     /** The two count1 trees by count1table_select; leaves hold v, w, x, y in bits 3 to 0. */
     const int16_t* count1Trees[2];
+    /** Look-ups of the first bits of the trees: the 32 of huffmanTables, then the two count1 trees. */
+    Mp3HuffmanLookup huffmanLookups[34][1 << mp3LookupBits];
 
     /** Storage behind huffmanTables and count1Trees. */
     static constexpr int huffmanStorageSize = 2804;
