@@ -211,15 +211,15 @@ template <bool isShort>
 class GranuleDecoder
 {
 public:
-    GranuleDecoder(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, const Mp3GranuleInfo& info,
+    GranuleDecoder(Mp3BitReader& reader, float* lines, const int32_t* factors, const Mp3GranuleInfo& granule,
                    const Mp3BandMap& map)
-        : bits(bits), spectrum(spectrum), scaleFactors(scaleFactors), info(info),
-          shift(int32_t(info.scalefac_scale) + 1),
-          pretab(!isShort && info.preflag != 0 ? Mp3Tables::pretab : Mp3Tables::pretabZero)
+        : bits(reader), spectrum(lines), scaleFactors(factors), info(granule),
+          shift(int32_t(granule.scalefac_scale) + 1),
+          pretab(!isShort && granule.preflag != 0 ? Mp3Tables::pretab : Mp3Tables::pretabZero)
     {
         cursor.record = map.begin() - 1;
         cursor.end = map.end();
-        if (isShort && info.mixed_block_flag != 0)
+        if (isShort && granule.mixed_block_flag != 0)
             highest[0] = highest[1] = highest[2] = 2;
     }
 
