@@ -1,11 +1,10 @@
 #include "audiofiles/KvoMp3Synthesis.h"
 
 #include <algorithm>
+#include <cstring>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
-#elif defined(__SSE2__)
-#include <emmintrin.h>
 #endif
 
 #include "audiofiles/KvoMp3Tables.h"
@@ -18,69 +17,52 @@ namespace
 /*
     The 32-point DCT-II splits, group by group, into the DCT of the mirrored sums (the even
     outputs) and the DCT of the mirrored differences divided by 2 cos(pi (2k + 1) / 2n) (the odd
-    outputs, as sums of neighbours). Done level by level over whole arrays, each stage is a plain
-    loop over fixed indices: five butterfly stages down to single values, then four stages that
-    interleave the halves back into outputs (a group of two is already in order).
+    outputs, as sums of neighbours). Done level by level over whole arrays, each stage is a loop
+    over fixed indices, four floats a step: five butterfly stages down to single values, then
+    four stages that interleave the halves back into outputs (a group of two is already in order).
+    The vectors are the compiler's own (SSE on x86_64, NEON on Arm): each lane does what one
+    float of a plain loop would, in the same order, so the results do not depend on the target.
 */
+
+using Floats = float __attribute__((vector_size(16)));
+using Lanes = int __attribute__((vector_size(16)));
+
+inline Floats Load(const float* from) noexcept
+{
+    Floats values;
+    std::memcpy(&values, from, sizeof values);
+    return values;
+}
+
+inline void Store(float* to, Floats values) noexcept
+{
+    std::memcpy(to, &values, sizeof values);
+}
+
+/** Lanes picked from a, then b, by index: 0-3 are a's, 4-7 b's. */
+template <int i0, int i1, int i2, int i3>
+inline Floats Pick(Floats a, Floats b) noexcept
+{
+    return __builtin_shuffle(a, b, Lanes { i0, i1, i2, i3 });
+}
 
 /** One butterfly stage: each group of n values becomes its mirrored sums, then its scaled differences. */
 template <int n>
 inline void Butterflies(const float* in, float* out, const float* factors) noexcept
 {
     constexpr int half = n / 2;
-    for (int g = 0; g < 32; g += n)
-    {
-        for (int k = 0; k < half; ++k)
-        {
-            out[g + k] = in[g + k] + in[g + n - 1 - k];
-            out[g + half + k] = (in[g + k] - in[g + n - 1 - k]) * factors[k];
-        }
-    }
-}
-
-/** One recombination stage: even outputs from the first half, odd ones as sums of neighbours of the second. */
-template <int n>
-inline void Recombine(const float* in, float* out) noexcept
-{
-    constexpr int half = n / 2;
-    for (int g = 0; g < 32; g += n)
-    {
-        for (int i = 0; i < half; ++i)
-        {
-            out[g + 2 * i] = in[g + i];
-            out[g + 2 * i + 1] = in[g + half + i] + (i + 1 < half ? in[g + half + i + 1] : 0.0f);
-        }
-    }
-}
-
-#if defined(__SSE2__)
-
-/** Four floats in reverse order. */
-inline __m128 Reversed(__m128 values) noexcept
-{
-    return _mm_shuffle_ps(values, values, _MM_SHUFFLE(0, 1, 2, 3));
-}
-
-/** Butterflies four values a step: the same sums and products as the scalar stage. */
-template <int n>
-inline void ButterfliesVector(const float* in, float* out, const float* factors) noexcept
-{
-    constexpr int half = n / 2;
     if constexpr (n <= 4)
     {
         // Groups of 4 keep their sums low and their differences high; groups of 2 alternate.
         // A difference taken the other way round is only negated, and dropped.
-        const __m128 scale = _mm_setr_ps(factors[0], factors[half - 1], factors[0], factors[half - 1]);
+        const Floats scale = { factors[0], factors[half - 1], factors[0], factors[half - 1] };
         for (int g = 0; g < 32; g += 4)
         {
-            const __m128 values = _mm_loadu_ps(in + g);
-            const __m128 mirror = n == 4 ? Reversed(values) : _mm_shuffle_ps(values, values, _MM_SHUFFLE(2, 3, 0, 1));
-            const __m128 sums = _mm_add_ps(values, mirror);
-            const __m128 differences = _mm_mul_ps(_mm_sub_ps(values, mirror), scale);
-            const __m128 picked = _mm_shuffle_ps(sums, differences, _MM_SHUFFLE(2, 0, 2, 0));
-            const __m128 result = n == 4 ? _mm_movelh_ps(sums, differences)
-                                         : _mm_shuffle_ps(picked, picked, _MM_SHUFFLE(3, 1, 2, 0));
-            _mm_storeu_ps(out + g, result);
+            const Floats values = Load(in + g);
+            const Floats mirror = n == 4 ? Pick<3, 2, 1, 0>(values, values) : Pick<1, 0, 3, 2>(values, values);
+            const Floats sums = values + mirror;
+            const Floats differences = (values - mirror) * scale;
+            Store(out + g, n == 4 ? Pick<0, 1, 4, 5>(sums, differences) : Pick<0, 4, 2, 6>(sums, differences));
         }
     }
     else
@@ -89,28 +71,33 @@ inline void ButterfliesVector(const float* in, float* out, const float* factors)
         {
             for (int k = 0; k < half; k += 4)
             {
-                const __m128 low = _mm_loadu_ps(in + g + k);
-                const __m128 high = Reversed(_mm_loadu_ps(in + g + n - 4 - k));
-                _mm_storeu_ps(out + g + k, _mm_add_ps(low, high));
-                _mm_storeu_ps(out + g + half + k, _mm_mul_ps(_mm_sub_ps(low, high), _mm_loadu_ps(factors + k)));
+                const Floats low = Load(in + g + k);
+                const Floats high = Load(in + g + n - 4 - k);
+                const Floats mirrored = Pick<3, 2, 1, 0>(high, high);
+                Store(out + g + k, low + mirrored);
+                Store(out + g + half + k, (low - mirrored) * Load(factors + k));
             }
         }
     }
 }
 
-/** Recombination for groups of 8 or more, four outputs of each kind a step; the last odd output adds 0 as the scalar stage does. */
+/**
+    One recombination stage: even outputs from the first half, odd ones as sums of neighbours
+    of the second; the last odd output of a group adds 0.
+*/
 template <int n>
-inline void RecombineVector(const float* in, float* out) noexcept
+inline void Recombine(const float* in, float* out) noexcept
 {
     constexpr int half = n / 2;
+    const Floats zero = {};
     if constexpr (n == 4)
     {
         // Each group of 4 becomes in0, in2 + in3, in1, in3 + 0.
         for (int g = 0; g < 32; g += 4)
         {
-            const __m128 values = _mm_loadu_ps(in + g);
-            const __m128 sums = _mm_add_ps(values, _mm_castsi128_ps(_mm_srli_si128(_mm_castps_si128(values), 4)));
-            _mm_storeu_ps(out + g, _mm_unpacklo_ps(values, _mm_shuffle_ps(sums, sums, _MM_SHUFFLE(3, 2, 3, 2))));
+            const Floats values = Load(in + g);
+            const Floats sums = values + Pick<1, 2, 3, 4>(values, zero);
+            Store(out + g, Pick<0, 6, 1, 7>(values, sums));
         }
     }
     else
@@ -119,58 +106,44 @@ inline void RecombineVector(const float* in, float* out) noexcept
         {
             for (int i = 0; i < half; i += 4)
             {
-                const __m128 even = _mm_loadu_ps(in + g + i);
-                const __m128 odd = _mm_loadu_ps(in + g + half + i);
-                const __m128 next = i + 4 < half ? _mm_loadu_ps(in + g + half + i + 1)
-                                                 : _mm_castsi128_ps(_mm_srli_si128(_mm_castps_si128(odd), 4));
-                const __m128 sums = _mm_add_ps(odd, next);
-                _mm_storeu_ps(out + g + 2 * i, _mm_unpacklo_ps(even, sums));
-                _mm_storeu_ps(out + g + 2 * i + 4, _mm_unpackhi_ps(even, sums));
+                const Floats even = Load(in + g + i);
+                const Floats odd = Load(in + g + half + i);
+                const Floats next = i + 4 < half ? Load(in + g + half + i + 1) : Pick<1, 2, 3, 4>(odd, zero);
+                const Floats sums = odd + next;
+                Store(out + g + 2 * i, Pick<0, 4, 1, 5>(even, sums));
+                Store(out + g + 2 * i + 4, Pick<2, 6, 3, 7>(even, sums));
             }
         }
     }
 }
 
 /** The four lanes of each of four rows added up, each row as (0 + 2) + (1 + 3), by a transpose. */
-inline __m128 AddLanes(const __m128 (&lanes)[4]) noexcept
+inline Floats AddLanes(const Floats (&lanes)[4]) noexcept
 {
-    const __m128 firstPair = _mm_add_ps(_mm_unpacklo_ps(lanes[0], lanes[1]), _mm_unpackhi_ps(lanes[0], lanes[1]));
-    const __m128 secondPair = _mm_add_ps(_mm_unpacklo_ps(lanes[2], lanes[3]), _mm_unpackhi_ps(lanes[2], lanes[3]));
-    return _mm_add_ps(_mm_movelh_ps(firstPair, secondPair), _mm_movehl_ps(secondPair, firstPair));
+    const Floats firstPair = Pick<0, 4, 1, 5>(lanes[0], lanes[1]) + Pick<2, 6, 3, 7>(lanes[0], lanes[1]);
+    const Floats secondPair = Pick<0, 4, 1, 5>(lanes[2], lanes[3]) + Pick<2, 6, 3, 7>(lanes[2], lanes[3]);
+    return Pick<0, 1, 4, 5>(firstPair, secondPair) + Pick<2, 3, 6, 7>(firstPair, secondPair);
 }
 
-/** Four rows of WindowRows at once, the same sums in the same order, four floats a step. */
-inline __m128 WindowFourRows(const float* window, const float* history, int historyStep) noexcept
+/**
+    Four rows of window sums at once: each row's 16 window x history products fold into four
+    lanes, (k + (k + 8)) + ((k + 4) + (k + 12)), and the lanes then add as AddLanes does.
+*/
+inline Floats WindowFourRows(const float* window, const float* history, int historyStep) noexcept
 {
-    __m128 lanes[4];
+    Floats lanes[4];
     for (int row = 0; row < 4; ++row)
     {
         const float* w = window + 32 * row;
         const float* h = history + historyStep * row;
-        const __m128 p0 = _mm_mul_ps(_mm_loadu_ps(w), _mm_loadu_ps(h));
-        const __m128 p1 = _mm_mul_ps(_mm_loadu_ps(w + 4), _mm_loadu_ps(h + 4));
-        const __m128 p2 = _mm_mul_ps(_mm_loadu_ps(w + 8), _mm_loadu_ps(h + 8));
-        const __m128 p3 = _mm_mul_ps(_mm_loadu_ps(w + 12), _mm_loadu_ps(h + 12));
-        lanes[row] = _mm_add_ps(_mm_add_ps(p0, p2), _mm_add_ps(p1, p3));
+        const Floats p0 = Load(w) * Load(h);
+        const Floats p1 = Load(w + 4) * Load(h + 4);
+        const Floats p2 = Load(w + 8) * Load(h + 8);
+        const Floats p3 = Load(w + 12) * Load(h + 12);
+        lanes[row] = (p0 + p2) + (p1 + p3);
     }
     return AddLanes(lanes);
 }
-
-#else
-
-template <int n>
-inline void ButterfliesVector(const float* in, float* out, const float* factors) noexcept
-{
-    Butterflies<n>(in, out, factors);
-}
-
-template <int n>
-inline void RecombineVector(const float* in, float* out) noexcept
-{
-    Recombine<n>(in, out);
-}
-
-#endif
 
 #if defined(__x86_64__)
 #define KVO_MP3_WIDE_FILTERBANK 1
@@ -180,17 +153,17 @@ inline void RecombineVector(const float* in, float* out) noexcept
     and add in one step, and the two halves then add as the plain version's pairs (k, k + 4)
     do, so the sums are the same to the bit.
 */
-__attribute__((target("avx"))) inline __m128 WindowFourRowsWide(const float* window, const float* history,
+__attribute__((target("avx"))) inline Floats WindowFourRowsWide(const float* window, const float* history,
                                                                  int historyStep) noexcept
 {
-    __m128 lanes[4];
+    Floats lanes[4];
     for (int row = 0; row < 4; ++row)
     {
         const float* w = window + 32 * row;
         const float* h = history + historyStep * row;
         const __m256 front = _mm256_mul_ps(_mm256_loadu_ps(w), _mm256_loadu_ps(h));
         const __m256 folded = _mm256_add_ps(front, _mm256_mul_ps(_mm256_loadu_ps(w + 8), _mm256_loadu_ps(h + 8)));
-        lanes[row] = _mm_add_ps(_mm256_castps256_ps128(folded), _mm256_extractf128_ps(folded, 1));
+        lanes[row] = Floats(_mm_add_ps(_mm256_castps256_ps128(folded), _mm256_extractf128_ps(folded, 1)));
     }
     return AddLanes(lanes);
 }
@@ -199,48 +172,28 @@ __attribute__((target("avx"))) inline __m128 WindowFourRowsWide(const float* win
 
 /**
     rows sums of 16 window x history products, the window rows 32 floats apart and the history
-    rows historyStep apart; negated when negate is set. Each row's products fold into four
-    lanes (k with k + 8, then with k + 4) in one loop over contiguous floats, and the lanes then
-    add in pairs: (0 + 2) + (1 + 3).
+    rows historyStep apart; negated when negate is set. Groups of four rows; a last partial group
+    is computed from the row count less four, so that it reads no row beyond the last and writes
+    its first rows again with the same values.
 */
 template <int rows, bool negate, bool wide>
 inline void WindowRows(const float* window, const float* history, int historyStep, float* out) noexcept
 {
-#if defined(__SSE2__)
-    // Groups of four rows; a last partial group is computed from the row count less four, so that
-    // it reads no row beyond the last and writes its first rows again with the same values.
     static_assert(rows >= 4);
     for (int row = 0; row < rows; row += 4)
     {
         const int first = std::min(row, rows - 4);
         const float* w = window + 32 * first;
         const float* h = history + historyStep * first;
-        __m128 sums;
+        Floats sums;
 #if defined(KVO_MP3_WIDE_FILTERBANK)
         if constexpr (wide)
             sums = WindowFourRowsWide(w, h, historyStep);
         else
 #endif
             sums = WindowFourRows(w, h, historyStep);
-        if constexpr (negate)
-            sums = _mm_xor_ps(sums, _mm_set1_ps(-0.0f));
-        _mm_storeu_ps(out + first, sums);
+        Store(out + first, negate ? -sums : sums);
     }
-#else
-    float lanes[rows][4];
-    for (int row = 0; row < rows; ++row)
-    {
-        const float* w = window + 32 * row;
-        const float* h = history + historyStep * row;
-        for (int k = 0; k < 4; ++k)
-            lanes[row][k] = (w[k] * h[k] + w[k + 8] * h[k + 8]) + (w[k + 4] * h[k + 4] + w[k + 12] * h[k + 12]);
-    }
-    for (int row = 0; row < rows; ++row)
-    {
-        const float sum = (lanes[row][0] + lanes[row][2]) + (lanes[row][1] + lanes[row][3]);
-        out[row] = negate ? -sum : sum;
-    }
-#endif
 }
 
 /**
@@ -277,15 +230,15 @@ inline void Dct32(float* first, float* second, const float* in) noexcept
     float a[32];
     float b[32];
     float values[32];
-    ButterfliesVector<32>(in, a, factors[0]);
-    ButterfliesVector<16>(a, b, factors[1]);
-    ButterfliesVector<8>(b, a, factors[2]);
-    ButterfliesVector<4>(a, b, factors[3]);
-    ButterfliesVector<2>(b, a, factors[4]);
-    RecombineVector<4>(a, b);
-    RecombineVector<8>(b, a);
-    RecombineVector<16>(a, b);
-    RecombineVector<32>(b, values);
+    Butterflies<32>(in, a, factors[0]);
+    Butterflies<16>(a, b, factors[1]);
+    Butterflies<8>(b, a, factors[2]);
+    Butterflies<4>(a, b, factors[3]);
+    Butterflies<2>(b, a, factors[4]);
+    Recombine<4>(a, b);
+    Recombine<8>(b, a);
+    Recombine<16>(a, b);
+    Recombine<32>(b, values);
     for (int row = 0; row < 17; ++row)
         first[16 * row] = values[16 - row];
     for (int row = 0; row < 16; ++row)
