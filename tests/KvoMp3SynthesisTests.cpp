@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "KvoMp3Reference.h"
@@ -79,7 +81,9 @@ TEST(Mp3Synthesis, FastDctMatchesTheCosineSum)
 void CompareWithDirect(int rows, int channels, float amplitude, unsigned seed)
 {
     Mp3SynthesisState state;
+    Mp3SynthesisState plain; // the four-float path, which must match the one chosen for this processor to the bit
     state.reset();
+    plain.reset();
     testing::ReferenceSynthesis direct[2];
     std::vector<float> out[2] = { std::vector<float>(size_t(32 * rows)), std::vector<float>(size_t(32 * rows)) };
     int samplesDone = 0;
@@ -92,6 +96,12 @@ void CompareWithDirect(int rows, int channels, float amplitude, unsigned seed)
             int done = samplesDone;
             synthesise(state, subbands.data(), channel, out[channel].data(), done);
             ASSERT_EQ(done, samplesDone + 32);
+            const bool wide = std::exchange(mp3WideFilterbank, false);
+            float plainRow[32];
+            int plainDone = 0;
+            synthesise(plain, subbands.data(), channel, plainRow, plainDone);
+            mp3WideFilterbank = wide;
+            EXPECT_EQ(std::memcmp(plainRow, out[channel].data() + samplesDone, sizeof plainRow), 0) << row;
             const std::vector<double> rowIn(subbands.begin(), subbands.end());
             std::vector<double> expected;
             direct[channel].Row(rowIn.data(), expected);
@@ -168,10 +178,19 @@ TEST(Mp3Imdct, MatchesTheDirectTransformWindowedAndOverlapped)
             std::vector<float> hybrid(18 * mp3HybridStride, 99.0f);
             std::vector<float> overlapCopy = overlapIn;
             const float* window = oddSubBand ? tables.imdctWindowOdd[blockType] : tables.imdctWindow[blockType];
-            if (blockType == 2)
-                imdct12(lines.data(), overlapCopy.data(), overlapOut.data(), window, hybrid.data() + 1);
-            else
-                imdct36(lines.data(), overlapCopy.data(), overlapOut.data(), window, hybrid.data() + 1);
+            const auto transform = [&](std::vector<float>& overlap, std::vector<float>& samples) {
+                (blockType == 2 ? imdct12 : imdct36)(lines.data(), overlapCopy.data(), overlap.data(), window,
+                                                     samples.data() + 1);
+            };
+            transform(overlapOut, hybrid);
+            // The plain path gives the same values to the bit.
+            const bool wide = std::exchange(mp3WideFilterbank, false);
+            std::vector<float> plainOverlap(18, 99.0f);
+            std::vector<float> plainHybrid(18 * mp3HybridStride, 99.0f);
+            transform(plainOverlap, plainHybrid);
+            mp3WideFilterbank = wide;
+            EXPECT_EQ(plainOverlap, overlapOut);
+            EXPECT_EQ(plainHybrid, hybrid);
 
             // Odd sub-bands come out with every odd sample negated, overlap included.
             for (int i = 0; i < 18; ++i)

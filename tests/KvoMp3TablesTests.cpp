@@ -107,6 +107,15 @@ TEST(Mp3HuffmanTables, EveryTreeIsACompletePrefixCodeOfItsList)
             size_t used = 0;
             EXPECT_EQ(Walk(Tree(table), word.bits, used), word.value) << "table " << table << " word " << word.bits;
             EXPECT_EQ(used, word.bits.size()) << "table " << table << " word " << word.bits;
+            // The look-up of the word's first bits, whatever follows them, ends where the walk does.
+            const size_t head = std::min(word.bits.size(), size_t(mp3LookupBits));
+            const int prefix = std::stoi(word.bits.substr(0, head), nullptr, 2) << (mp3LookupBits - head);
+            for (int tail = 0; tail < 1 << (mp3LookupBits - head); ++tail)
+            {
+                const Mp3HuffmanLookup& entry = tables.huffmanLookups[table][prefix | tail];
+                const int leaf = entry.isLeaf ? entry.value : Walk(Tree(table) + entry.value, word.bits.substr(head), used);
+                EXPECT_TRUE(leaf == word.value && entry.length == head) << "table " << table << " word " << word.bits;
+            }
         }
         EXPECT_EQ(kraft, uint64_t(1) << 19) << "table " << table;
         int leaves = 0;

@@ -22,15 +22,13 @@ constexpr int32_t maxStepsPerBlock = 10;
 MP3FileReader::MP3FileReader(const File& file) : AudioFileReader(file)
 {
     metadata.formatName = "MP3 File";
-    if (fileReader != nullptr)
-    {
-        state.reset(new Mp3DecoderState(*fileReader));
-        skipId3v2Tag();
-        const int64_t audioStart = state->stream.GetPosition();
-        if (fillDecodedBlock())
-            setLengthFromFirstFrame(audioStart);
-    }
-    if (fileReader == nullptr || !isValid())
+    // The base class has opened fileReader or thrown.
+    state.reset(new Mp3DecoderState(*fileReader));
+    skipId3v2Tag();
+    const int64_t audioStart = state->stream.GetPosition();
+    if (fillDecodedBlock())
+        setLengthFromFirstFrame(audioStart);
+    if (!isValid())
         throw Exception(String("file ") + Quoted(file.GetFullPath()) + " is not a valid MP3 file", KVO_CODE_LOCATION);
     // The first block stays decoded: a first read from sample 0 takes it as it is.
 }
@@ -135,10 +133,7 @@ void MP3FileReader::seekTo(uint64_t start)
         return;
     }
 
-    const uint64_t frame = std::min<uint64_t>(target & ~uint64_t(3), 4 * uint64_t(decoder.frameIndex.size()) - 1);
-    decoder.stream.SetPosition(int64_t(decoder.frameIndex[frame / 4]));
-    decoder.currentFrame = int32_t(frame);
-    decoder.resetStream();
+    const uint64_t frame = decoder.restartAtOrBefore(target);
     decodedStart = decodedEnd = 0;
 
     int32_t skip = int32_t(start - frame * blockSamples);
@@ -162,8 +157,6 @@ void MP3FileReader::seekTo(uint64_t start)
 
 bool MP3FileReader::readRawSamples(int** channels, uint64_t numSamples, uint64_t startSampleInFile)
 {
-    if (state == nullptr)
-        return false;
     const uint32_t numChannels = metadata.numChannels;
     if (readPosition != startSampleInFile)
         seekTo(startSampleInFile);
@@ -178,11 +171,8 @@ bool MP3FileReader::readRawSamples(int** channels, uint64_t numSamples, uint64_t
         const uint64_t count = std::min<uint64_t>(uint64_t(decodedEnd - decodedStart), numSamples - offset);
         // The float bits go into the integer arrays as they are.
         std::memcpy(channels[0] + offset, decodedLeft + decodedStart, size_t(count) * sizeof(float));
-        if (numChannels > 1 && channels[1] != nullptr)
-        {
-            const float* right = numChannels < 2 ? decodedLeft : decodedRight;
-            std::memcpy(channels[1] + offset, right + decodedStart, size_t(count) * sizeof(float));
-        }
+        if (numChannels > 1)
+            std::memcpy(channels[1] + offset, decodedRight + decodedStart, size_t(count) * sizeof(float));
         decodedStart += int32_t(count);
         readPosition += count;
         offset += count;
@@ -190,8 +180,7 @@ bool MP3FileReader::readRawSamples(int** channels, uint64_t numSamples, uint64_t
             return true;
     }
     for (int32_t channel = int32_t(std::min<uint32_t>(numChannels, 2)) - 1; channel >= 0; --channel)
-        if (channels[channel] != nullptr)
-            std::memset(channels[channel] + offset, 0, size_t(numSamples - offset) * sizeof(int));
+        std::memset(channels[channel] + offset, 0, size_t(numSamples - offset) * sizeof(int));
     return false;
 }
 

@@ -110,8 +110,16 @@ void Mp3DecoderState::resetStream()
     synthesis.reset();
     sideInfo = Mp3SideInfo();
     std::memset(byteBuffers, 0, sizeof byteBuffers);
-    std::memset(overlapBlocks, 0, sizeof overlapBlocks);
-    blockIndex[0] = blockIndex[1] = 0;
+    layer3.reset();
+}
+
+uint64_t Mp3DecoderState::restartAtOrBefore(uint64_t frame)
+{
+    const uint64_t indexed = std::min<uint64_t>(frame & ~uint64_t(3), 4 * uint64_t(frameIndex.size()) - 1);
+    stream.SetPosition(int64_t(frameIndex[indexed / 4]));
+    currentFrame = int32_t(indexed);
+    resetStream();
+    return indexed;
 }
 
 int32_t Mp3DecoderState::findNextHeader(bool matchPrevious)
@@ -205,6 +213,9 @@ bool Mp3DecoderState::parseVbrTag(const uint8_t* bytes)
     return true;
 }
 
+// ---------------------------------------------------------------------------------------
+// The bit reservoir
+
 void Mp3DecoderState::readToCursor(int32_t numBytes)
 {
     const int32_t room = std::max(mp3ByteBufferSize - std::max(bits.bitPointer, 0), 0);
@@ -213,10 +224,47 @@ void Mp3DecoderState::readToCursor(int32_t numBytes)
         stream.SetPosition(stream.GetPosition() + (numBytes - count)); // cannot happen for a frame that fits
     if (count == 0)
         return;
-    uint8_t* destination = activeBytes() + bits.bitPointer;
+    uint8_t* destination = byteBuffers[activeBuffer] + bits.bitPointer;
     const int32_t got = stream.Read(destination, count);
     std::memset(destination + got, 0, size_t(count - got));
 }
+
+void Mp3DecoderState::switchByteArrays()
+{
+    activeBuffer = 1 - activeBuffer;
+    bits.bytes = byteBuffers[activeBuffer];
+    bits.bitPointer = mp3FrameStart;
+    bits.bitOffset = 0;
+}
+
+int32_t Mp3DecoderState::keepForReservoir(int32_t numBytes, int32_t limit)
+{
+    const int32_t kept = std::clamp(numBytes, 0, std::max(limit, 0));
+    if (kept < numBytes)
+        stream.SetPosition(stream.GetPosition() + (numBytes - kept));
+    readToCursor(kept);
+    bits.bitPointer += kept;
+    return kept;
+}
+
+bool Mp3DecoderState::takeReservoir()
+{
+    const int32_t mainDataBegin = sideInfo.mainDataBegin;
+    if (lastFrameBytes < 0 && mainDataBegin > 0)
+        return false; // the reservoir lies in frames that were not read since the last reset
+    bits.bitPointer -= mainDataBegin;
+    // The last mainDataBegin bytes that went into the other array; held inside it for damaged counts.
+    const int32_t source =
+        std::clamp(mp3FrameStart + lastFrameBytes - mainDataBegin, 0, mp3ByteBufferSize - mainDataBegin);
+    if (bits.bitPointer >= 0 && bits.bitPointer + mainDataBegin <= mp3ByteBufferSize)
+        std::memmove(byteBuffers[activeBuffer] + bits.bitPointer, byteBuffers[1 - activeBuffer] + source,
+                     size_t(mainDataBegin));
+    bits.bitOffset = 0;
+    return true;
+}
+
+// ---------------------------------------------------------------------------------------
+// The stages of a frame
 
 void Mp3DecoderState::keepJunk(int32_t offset)
 {
@@ -229,14 +277,7 @@ void Mp3DecoderState::keepJunk(int32_t offset)
         kept = 0;
         bits.bitPointer = mp3FrameStart;
     }
-    if (kept + offset > mp3MaxFrameBytes)
-    {
-        const int32_t excess = kept + offset - mp3MaxFrameBytes;
-        stream.SetPosition(stream.GetPosition() + excess);
-        offset -= excess;
-    }
-    readToCursor(offset);
-    lastFrameBytes += offset;
+    lastFrameBytes += keepForReservoir(offset, mp3MaxFrameBytes - kept);
 }
 
 int32_t Mp3DecoderState::parseHeaderStage()
@@ -277,11 +318,7 @@ int32_t Mp3DecoderState::parseHeaderStage()
         sideInfoBytes = header.numChannels == 2 ? 17 : 9;
     if (header.hasCrc)
         sideInfoBytes += 2;
-    bits.bitOffset = 0;
-
-    activeBuffer = 1 - activeBuffer;
-    bits.bytes = byteBuffers[activeBuffer];
-    bits.bitPointer = mp3FrameStart;
+    switchByteArrays();
     return lastFrameBytes == -1 ? 1 : 0;
 }
 
@@ -292,16 +329,15 @@ void Mp3DecoderState::parseSideInfoStage()
         readToCursor(sideInfoBytes);
         if (header.hasCrc)
             bits.skipBits(16);
-        const int32_t msStereo = header.mode == 1 && (header.modeExtension & 2) != 0 ? 1 : 0;
+        const int32_t msStereo = header.isMidSide() ? 1 : 0;
         if (header.lowSampleRate == 0)
             readSideInfoMpeg1(sideInfo, bits, header.numChannels, msStereo, header.sampleRateIndex,
                               header.channelSelect);
         else
             readSideInfoLowRate(sideInfo, bits, header.numChannels, msStereo, header.sampleRateIndex,
                                 header.channelSelect);
-        const int32_t granules = header.lowSampleRate == 0 ? 2 : 1;
         int32_t totalBits = 0;
-        for (int32_t granule = 0; granule < granules; ++granule)
+        for (int32_t granule = 0; granule < header.numGranules(); ++granule)
             for (int32_t channel = 0; channel < header.numChannels; ++channel)
                 totalBits += int32_t(sideInfo.granules[channel][granule].part2_3_length);
         dataBytes = (std::max(totalBits - 8 * sideInfo.mainDataBegin, 0) + 7) / 8;
@@ -324,11 +360,11 @@ void Mp3DecoderState::decodeDataStage(float* out0, float* out1, int32_t& samples
         if (header.layer != 3 && header.hasCrc)
             bits.skipBits(16);
         if (header.layer == 1)
-            decodeLayer1Frame(*this, out0, out1, samplesDone);
+            decodeLayer1(header, bits, synthesis, out0, out1, samplesDone);
         else if (header.layer == 2)
-            decodeLayer2Frame(*this, out0, out1, samplesDone);
-        else
-            decodeLayer3Frame(*this, out0, out1, samplesDone);
+            decodeLayer2(header, bits, synthesis, out0, out1, samplesDone);
+        else if (takeReservoir())
+            decodeLayer3(header, sideInfo, bits, layer3, synthesis, out0, out1, samplesDone);
     }
     bits.bitPointer = mp3FrameStart + sideInfoBytes + dataBytes;
     dataParsed = true;
@@ -353,21 +389,9 @@ int32_t Mp3DecoderState::finishFrameStage(int32_t result)
     if (result == 0)
         return 0; // the frame's tail is read on the next call
 
-    int32_t left = frameBytesLeft - dataBytes - sideInfoBytes;
-    if (left >= 1)
-    {
-        // Only the last bytes of a long tail can be reached by the next frame's reservoir.
-        if (left > mp3MaxTailBytes)
-        {
-            const int32_t skipped = left - mp3MaxTailBytes;
-            stream.SetPosition(stream.GetPosition() + skipped);
-            frameBytesLeft -= skipped;
-            left = mp3MaxTailBytes;
-        }
-        readToCursor(left);
-        bits.bitPointer += left;
-    }
-    lastFrameBytes = frameBytesLeft;
+    // Only the last bytes of a long tail can be reached by the next frame's reservoir.
+    const int32_t left = std::max(frameBytesLeft - dataBytes - sideInfoBytes, 0);
+    lastFrameBytes = frameBytesLeft - (left - keepForReservoir(left, mp3MaxTailBytes));
     wasFreeFormat = isFreeFormat;
     frameBytesLeft = 0;
     headerParsed = sideInfoParsed = dataParsed = false;

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "audiofiles/KvoMp3Frame.h"
+#include "audiofiles/KvoMp3LayerIII.h"
 #include "audiofiles/KvoMp3Synthesis.h"
 #include "files/KvoFileReader.h"
 
@@ -83,9 +84,12 @@ public:
     int32_t decodeStep(float* out0, float* out1, int32_t& samplesDone);
     /** Back to the state before the first frame, keeping header, frameIndex and the counts. */
     void resetStream();
-
-    /** The active byte array. */
-    uint8_t* activeBytes() noexcept { return byteBuffers[activeBuffer]; }
+    /**
+        Restarts decoding at the last indexed frame at or before frame (frameIndex must not be
+        empty): the stream goes to its header and the state is reset as at the start of a
+        stream. Returns the frame decoding restarts at.
+    */
+    uint64_t restartAtOrBefore(uint64_t frame);
 
     Mp3FrameHeader header;
     Mp3VbrTag tag;
@@ -102,30 +106,40 @@ public:
     int32_t sideInfoBytes = 0;
     int32_t dataBytes = 0;
     int32_t frameBytesLeft = 0;
-    int32_t lastFrameBytes = -1;
     int32_t lastFreeFormatBytes = 0;
-    int32_t activeBuffer = 0;
 
     Mp3SideInfo sideInfo;
-    uint8_t byteBuffers[2][mp3ByteBufferSize] = {};
-    Mp3BitReader bits;
-
     Mp3SynthesisState synthesis;
-    float overlapBlocks[2][2][576] = {}; ///< [half][channel][line]
-    int32_t blockIndex[2] = {};          ///< per channel, the half holding the last granule's overlap
-    alignas(32) float spectrum[2][576] = {};
-    alignas(32) float hybrid[2][18][32] = {}; ///< [channel][row][sub-band]
+    Mp3Layer3State layer3;
 
     std::vector<uint64_t> frameIndex; ///< file position of the header of frames 0, 4, 8...
 
 private:
+    // The bit reservoir. A frame's bytes go to one of two arrays behind the cursor; its main
+    // data may begin in the bytes that went before it into the other array.
     /** Reads numBytes from the stream to the cursor; what the file lacks arrives as zeros. */
     void readToCursor(int32_t numBytes);
+    /** Starts the next frame's bytes at the front of the other array. */
+    void switchByteArrays();
+    /**
+        Appends the bytes the next frame's main data may reach (a frame's tail, or what stands
+        between two frames) behind the cursor: the last limit of numBytes; the rest are skipped.
+        Returns the number kept.
+    */
+    int32_t keepForReservoir(int32_t numBytes, int32_t limit);
+    /** Copies the reservoir the side information asks for in front of the cursor; false when it is not there. */
+    bool takeReservoir();
+
     int32_t parseHeaderStage();
     void parseSideInfoStage();
     void decodeDataStage(float* out0, float* out1, int32_t& samplesDone);
     int32_t finishFrameStage(int32_t result);
     void keepJunk(int32_t offset);
+
+    uint8_t byteBuffers[2][mp3ByteBufferSize] = {};
+    int32_t activeBuffer = 0;
+    int32_t lastFrameBytes = -1; ///< bytes the last frame left in its array; -1 before the first
+    Mp3BitReader bits;
 };
 
 } // namespace kvo

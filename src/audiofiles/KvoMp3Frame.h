@@ -33,6 +33,13 @@ struct Mp3FrameHeader
     // Layer II: the sub-band count and the bit allocation table of the current frame.
     int32_t layer2Subbands = 0;
     const int16_t* layer2Allocation = nullptr;
+
+    /** Layer III granules in a frame: 2 for MPEG-1, 1 at the low rates. */
+    int32_t numGranules() const noexcept { return lowSampleRate != 0 ? 1 : 2; }
+    /** Joint stereo with its mid/side switch on. */
+    bool isMidSide() const noexcept { return mode == 1 && (modeExtension & 2) != 0; }
+    /** Joint stereo with its intensity switch on. */
+    bool isIntensityStereo() const noexcept { return mode == 1 && (modeExtension & 1) != 0; }
 };
 
 /** Fills header from a 32-bit header word. Rejects nothing: findNextHeader vets the word first. */

@@ -5,8 +5,8 @@ namespace kvo
 namespace
 {
 
-// The Huffman code tables of MPEG audio Layer III, word for word. The decoder's trees are built
-// from these lists when the tables are first used.
+// The Huffman code tables of MPEG audio Layer III (ISO/IEC 11172-3, Table B.7), word for word.
+// The decoder's trees are built from these lists when the tables are first used.
 
 // Table 1: row x holds the words of y = 0 to 1.
 constexpr const char* table1[] = {
@@ -254,21 +254,11 @@ constexpr const char* table24[] = {
     "0000111 0000110 0000100 00000111 00000101 00000011 00000001 0011",
 };
 
-// Count1 table A: the words of v w x y = 0000 to 1111, four to a row.
-constexpr const char* tableA[] = {
-    "1 0101 0100 00101",
-    "0110 000101 00100 000100",
-    "0111 00011 00110 000000",
-    "00111 000010 000011 000001",
-};
+// Count1 tables A and B: the words of v w x y = 0000 to 1111 in one row.
+constexpr const char* tableA[] = { "1 0101 0100 00101 0110 000101 00100 000100 0111 00011 00110 000000 00111 000010 "
+                                   "000011 000001" };
+constexpr const char* tableB[] = { "1111 1110 1101 1100 1011 1010 1001 1000 0111 0110 0101 0100 0011 0010 0001 0000" };
 
-// Count1 table B: the words of v w x y = 0000 to 1111, four to a row.
-constexpr const char* tableB[] = {
-    "1111 1110 1101 1100",
-    "1011 1010 1001 1000",
-    "0111 0110 0101 0100",
-    "0011 0010 0001 0000",
-};
 template <int numRows>
 Mp3HuffmanCodeList List(const char* const (&rows)[numRows], int wordsPerRow) noexcept
 {
@@ -296,8 +286,8 @@ Mp3HuffmanCodeList GetMp3HuffmanCodes(int table) noexcept
     case 15: return List(table15, 16);
     case 16: return List(table16, 16);
     case 24: return List(table24, 16);
-    case mp3Count1TableA: return List(tableA, 4);
-    case mp3Count1TableB: return List(tableB, 4);
+    case mp3Count1TableA: return List(tableA, 16);
+    case mp3Count1TableB: return List(tableB, 16);
     default: return {};
     }
 }

@@ -7,7 +7,7 @@ namespace kvo
     The code words of one Layer III Huffman code table, as the standard lists them: one text
     per row, each holding blank-separated words of '0' and '1'. For the big-value tables row x
     holds the words of y = 0 upward; for the two count1 tables the 16 words of v w x y = 0000
-    to 1111 run four to a row.
+    to 1111 run in one row.
 */
 struct Mp3HuffmanCodeList
 {

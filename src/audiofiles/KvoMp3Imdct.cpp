@@ -3,6 +3,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "audiofiles/KvoMp3Synthesis.h"
+
 namespace kvo
 {
 namespace
@@ -71,9 +73,7 @@ inline void Accumulate(float (&sum)[lanes], const float* values, int stride, con
     }
 }
 
-} // namespace
-
-void imdct36(float* in, float* overlapIn, float* overlapOut, const float* window, float* out)
+inline void Imdct36(float* in, float* overlapIn, float* overlapOut, const float* window, float* out) noexcept
 {
     // Sums of neighbours, from the top down so that each uses the old value below it.
     float sums[19];
@@ -109,7 +109,7 @@ void imdct36(float* in, float* overlapIn, float* overlapOut, const float* window
     }
 }
 
-void imdct12(float* in, float* overlapIn, float* overlapOut, const float* window, float* out)
+inline void Imdct12(float* in, float* overlapIn, float* overlapOut, const float* window, float* out) noexcept
 {
     // The three windows overlap-add 6 entries apart, from entry 6 of the 36.
     const ImdctMatrices& matrices = GetMatrices();
@@ -141,6 +141,42 @@ void imdct12(float* in, float* overlapIn, float* overlapOut, const float* window
         out[i * mp3HybridStride] = block[i] + overlapIn[i];
         overlapOut[i] = block[18 + i];
     }
+}
+
+using Transform = void (*)(float*, float*, float*, const float*, float*) noexcept;
+
+#if defined(__x86_64__)
+#define KVO_MP3_WIDE_IMDCT 1
+/** A transform compiled for AVX, the same arithmetic in three-operand and wider instructions. */
+template <Transform transform>
+__attribute__((target("avx"), flatten)) void RunWide(float* in, float* overlapIn, float* overlapOut,
+                                                      const float* window, float* out) noexcept
+{
+    transform(in, overlapIn, overlapOut, window, out);
+}
+#endif
+
+/** The transform in the code mp3WideFilterbank chooses. */
+template <Transform transform>
+inline void Run(float* in, float* overlapIn, float* overlapOut, const float* window, float* out) noexcept
+{
+#if defined(KVO_MP3_WIDE_IMDCT)
+    if (mp3WideFilterbank)
+        return RunWide<transform>(in, overlapIn, overlapOut, window, out);
+#endif
+    transform(in, overlapIn, overlapOut, window, out);
+}
+
+} // namespace
+
+void imdct36(float* in, float* overlapIn, float* overlapOut, const float* window, float* out)
+{
+    Run<Imdct36>(in, overlapIn, overlapOut, window, out);
+}
+
+void imdct12(float* in, float* overlapIn, float* overlapOut, const float* window, float* out)
+{
+    Run<Imdct12>(in, overlapIn, overlapOut, window, out);
 }
 
 } // namespace kvo

@@ -4,8 +4,6 @@
 #include <array>
 #include <cmath>
 
-#include "audiofiles/KvoMp3Decoder.h"
-
 namespace kvo
 {
 
@@ -324,9 +322,12 @@ Triple readTriple(const int16_t* pair, Mp3BitReader& bits)
             triple.rows = silence;
         return triple;
     }
+    // Three codes of at most 16 bits each: one look ahead serves them all.
     triple.factorRow = width;
-    for (int32_t& step : triple.steps)
-        step = int32_t(bits.readBits(width)) + d;
+    const uint64_t window = bits.peek64();
+    for (int32_t i = 0; i < 3; ++i)
+        triple.steps[i] = int32_t(width > 0 ? (window << (i * width)) >> (64 - width) : 0) + d;
+    bits.skipBits(3 * width);
     return triple;
 }
 
@@ -413,22 +414,15 @@ void decodeLayer2(Mp3FrameHeader& header, Mp3BitReader& bits, Mp3SynthesisState&
     readLayer2ScaleFactors(frame, table.subbands, bits, channels);
 
     Rows rows[3] {}; // sub-bands from the table's count up stay 0.0
+    // A local cursor, which the compiler can keep in registers through the reads.
+    Mp3BitReader cursor = bits;
     for (int32_t pass = 0; pass < 12; ++pass)
     {
-        readLayer2Rows(frame, table.subbands, bits, channels, bound, pass / 4, rows);
+        readLayer2Rows(frame, table.subbands, cursor, channels, bound, pass / 4, rows);
         for (Rows& row : rows)
             synthesiseRow(header, synthesis, row, out0, out1, samplesDone);
     }
-}
-
-void decodeLayer1Frame(Mp3DecoderState& state, float* out0, float* out1, int32_t& samplesDone)
-{
-    decodeLayer1(state.header, state.bits, state.synthesis, out0, out1, samplesDone);
-}
-
-void decodeLayer2Frame(Mp3DecoderState& state, float* out0, float* out1, int32_t& samplesDone)
-{
-    decodeLayer2(state.header, state.bits, state.synthesis, out0, out1, samplesDone);
+    bits = cursor;
 }
 
 } // namespace kvo

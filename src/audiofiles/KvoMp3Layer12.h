@@ -8,18 +8,11 @@
 namespace kvo
 {
 
-class Mp3DecoderState;
-
-/** Decodes one Layer I frame from the cursor (behind the CRC word): 384 samples a channel. */
-void decodeLayer1Frame(Mp3DecoderState& state, float* out0, float* out1, int32_t& samplesDone);
-
-/** Decodes one Layer II frame from the cursor (behind the CRC word): 1152 samples a channel. */
-void decodeLayer2Frame(Mp3DecoderState& state, float* out0, float* out1, int32_t& samplesDone);
-
 /**
-    The same two decoders on the parts of the state they use: the frame's header (Layer II
-    records its allocation table there), the bit cursor and the filterbank history. Samples
-    go to out0 and out1 at samplesDone, both channels or the one channelSelect asks for.
+    Decode one Layer I frame (384 samples a channel) or one Layer II frame (1152) from the
+    cursor, behind the CRC word, on the parts of the decoder they use: the frame's header
+    (Layer II records its allocation table there), the bit cursor and the filterbank history.
+    Samples go to out0 and out1 at samplesDone, both channels or the one channelSelect asks for.
 */
 void decodeLayer1(const Mp3FrameHeader& header, Mp3BitReader& bits, Mp3SynthesisState& synthesis, float* out0,
                   float* out1, int32_t& samplesDone);

@@ -1,13 +1,31 @@
 #include "audiofiles/KvoMp3LayerIII.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
-#include "audiofiles/KvoMp3Decoder.h"
 #include "audiofiles/KvoMp3Imdct.h"
-#include "audiofiles/KvoMp3Synthesis.h"
 #include "audiofiles/KvoMp3Tables.h"
+
+/*
+    Layer III, in the order a frame goes through this file (decodeLayer3, at the end, runs it):
+
+     1. Main data: the side information is read and the reservoir put in front of the frame's
+        main data before this file is called (Mp3DecoderState::takeReservoir).
+     2. Scale factors of a channel's granule: readScaleFactorsMpeg1, readScaleFactorsLowRate.
+     3. Huffman decoding, 4. dequantisation and 5. reordering, in one pass over the granule's
+        bits (dequantise, GranuleDecoder): each pair of lines is decoded, scaled by its band's
+        gain and stored where the band map places it. The short band maps place each window's
+        lines 3 apart from the band's start plus the window (Mp3BandRecord::lineStep; the maps are built
+        by AddReorderedShortBands in KvoMp3Tables.cpp), which is the reordering of short blocks.
+     6. Stereo processing: mid/side, intensity (applyIntensity) and the channel selection
+        (processStereo).
+     7. Antialias butterflies between long sub-bands (antialias).
+     8. Hybrid filterbank: IMDCT, window and overlap-add (hybrid; the transforms are in
+        KvoMp3Imdct.cpp).
+     9. Frequency inversion: folded into the windows of the odd sub-bands (imdctWindowOdd).
+    10. Polyphase synthesis of 18 rows of 32 sub-band samples (synthesiseGranule, with
+        synthesise in KvoMp3Synthesis.cpp).
+*/
 
 namespace kvo
 {
@@ -17,6 +35,76 @@ namespace
 constexpr int32_t granuleLines = 576;
 constexpr int32_t gainTableSize = 378;
 constexpr int32_t scaleFactorCount = 39;
+
+} // namespace
+
+// 2. Scale factors --------------------------------------------------------------------------------
+
+int32_t readScaleFactorsMpeg1(Mp3BitReader& bits, int32_t* scaleFactors, const Mp3GranuleInfo& info)
+{
+    const int32_t s0 = Mp3Tables::scaleFactorLengths[info.scalefac_compress & 15][0];
+    const int32_t s1 = Mp3Tables::scaleFactorLengths[info.scalefac_compress & 15][1];
+    if (info.block_type == 2)
+    {
+        const int32_t first = info.mixed_block_flag != 0 ? 17 : 18;
+        for (int32_t i = 0; i < first; ++i)
+            scaleFactors[i] = int32_t(bits.readBits(s0));
+        for (int32_t i = first; i < first + 18; ++i)
+            scaleFactors[i] = int32_t(bits.readBits(s1));
+        for (int32_t i = first + 18; i < first + 21; ++i)
+            scaleFactors[i] = 0;
+        return (s0 + s1) * 18 - (info.mixed_block_flag != 0 ? s0 : 0);
+    }
+
+    // Groups of bands whose scale factors granule 1 may take over from granule 0.
+    static constexpr int32_t groupStart[5] = { 0, 6, 11, 16, 21 };
+    int32_t bitsRead = 0;
+    for (int32_t group = 0; group < 4; ++group)
+    {
+        const bool shared = info.scfsi >= 0 && ((info.scfsi >> (3 - group)) & 1) != 0;
+        if (shared)
+            continue;
+        const int32_t length = group < 2 ? s0 : s1;
+        for (int32_t i = groupStart[group]; i < groupStart[group + 1]; ++i)
+            scaleFactors[i] = int32_t(bits.readBits(length));
+        bitsRead += length * (groupStart[group + 1] - groupStart[group]);
+    }
+    scaleFactors[21] = 0;
+    return bitsRead;
+}
+
+int32_t readScaleFactorsLowRate(Mp3BitReader& bits, int32_t* scaleFactors, Mp3GranuleInfo& info,
+                                bool intensityChannel)
+{
+    const Mp3Tables& tables = GetMp3Tables();
+    const uint32_t word = intensityChannel ? tables.lowRateLengthsIntensity[(info.scalefac_compress >> 1) & 255]
+                                           : tables.lowRateLengths[info.scalefac_compress & 511];
+    info.preflag = (word >> 15) & 1;
+    int32_t kind = 0;
+    if (info.block_type == 2)
+        kind = info.mixed_block_flag != 0 ? 2 : 1;
+    const uint8_t* counts = Mp3Tables::bandCounts[kind][std::min<uint32_t>((word >> 12) & 7, 5)];
+
+    int32_t index = 0;
+    int32_t bitsRead = 0;
+    for (int32_t group = 0; group < 4; ++group)
+    {
+        const int32_t count = counts[group];
+        const int32_t length = int32_t((word >> (3 * group)) & 7);
+        for (int32_t i = 0; i < count && index < scaleFactorCount; ++i)
+            scaleFactors[index++] = int32_t(bits.readBits(length));
+        if (length > 0)
+            bitsRead += count * length;
+    }
+    for (int32_t i = 0; i < 2 * kind + 1 && index < scaleFactorCount; ++i)
+        scaleFactors[index++] = 0;
+    return bitsRead;
+}
+
+// 3-5. Huffman decoding, dequantisation and reordering ---------------------------------------
+
+namespace
+{
 
 /** A factor of the gain table: base moved on by index entries, held inside the table for damaged streams. */
 float gainAt(const float* table, const float* base, int32_t index)
@@ -36,65 +124,16 @@ inline float withSign(float factor, uint32_t sign)
 }
 
 /**
-    The first steps of a Huffman walk, looked up: for each value of the next 8 bits, the
-    leaf they end at and the bits it took, or the node the walk stands at after all 8.
-    Built once from the trees, so that most codes cost one lookup instead of a walk.
-*/
-struct HuffmanShortcut
-{
-    int16_t value = 0;   ///< the leaf, or the node's offset in the tree
-    uint8_t length = 0;  ///< bits used
-    bool isLeaf = false;
-};
-
-constexpr int32_t shortcutBits = 8;
-using ShortcutTable = std::array<HuffmanShortcut, 1 << shortcutBits>;
-
-ShortcutTable BuildShortcuts(const int16_t* tree)
-{
-    ShortcutTable table;
-    for (uint32_t prefix = 0; prefix < table.size(); ++prefix)
-    {
-        int32_t node = 0;
-        uint8_t used = 0;
-        while (tree[node] < 0 && used < shortcutBits)
-        {
-            const bool bit = ((prefix >> (shortcutBits - 1 - used)) & 1) != 0;
-            node += 1 + (bit ? -tree[node] : 0);
-            ++used;
-        }
-        const bool isLeaf = tree[node] >= 0;
-        table[prefix] = { int16_t(isLeaf ? tree[node] : node), used, isLeaf };
-    }
-    return table;
-}
-
-/** Shortcuts of the 32 big-value tables, then of the two count1 trees. */
-const std::array<ShortcutTable, 34>& GetShortcuts()
-{
-    static const std::array<ShortcutTable, 34> shortcuts = [] {
-        const Mp3Tables& tables = GetMp3Tables();
-        std::array<ShortcutTable, 34> built;
-        for (int32_t i = 0; i < 32; ++i)
-            built[size_t(i)] = BuildShortcuts(tables.huffmanTables[i].tree);
-        built[32] = BuildShortcuts(tables.count1Trees[0]);
-        built[33] = BuildShortcuts(tables.count1Trees[1]);
-        return built;
-    }();
-    return shortcuts;
-}
-
-/**
     Walks a Huffman tree over the look-ahead bits in window, from bit used on (counted from
     the top): a branch entry skips its magnitude of entries when the bit is 1, and the walk
     ends at the first non-negative entry, the leaf. The first 8 bits are looked up, the rest
     taken one at a time (the longest code has 19). used grows by the code's length; a code
     longer than limit bits gives -1.
 */
-inline int32_t walkTree(uint64_t window, const int16_t* tree, const ShortcutTable& shortcuts, int32_t& used,
+inline int32_t walkTree(uint64_t window, const int16_t* tree, const Mp3HuffmanLookup* lookup, int32_t& used,
                         int32_t limit)
 {
-    const HuffmanShortcut& first = shortcuts[window >> (64 - shortcutBits)];
+    const Mp3HuffmanLookup& first = lookup[window >> (64 - mp3LookupBits)];
     used = first.length;
     if (first.isLeaf)
         return used <= limit ? first.value : -1;
@@ -172,15 +211,15 @@ template <bool isShort>
 class GranuleDecoder
 {
 public:
-    GranuleDecoder(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, const Mp3GranuleInfo& info,
+    GranuleDecoder(Mp3BitReader& reader, float* lines, const int32_t* factors, const Mp3GranuleInfo& granule,
                    const Mp3BandMap& map)
-        : bits(bits), spectrum(spectrum), scaleFactors(scaleFactors), info(info),
-          shift(int32_t(info.scalefac_scale) + 1),
-          pretab(!isShort && info.preflag != 0 ? Mp3Tables::pretab : Mp3Tables::pretabZero)
+        : bits(reader), spectrum(lines), scaleFactors(factors), info(granule),
+          shift(int32_t(granule.scalefac_scale) + 1),
+          pretab(!isShort && granule.preflag != 0 ? Mp3Tables::pretab : Mp3Tables::pretabZero)
     {
         cursor.record = map.begin() - 1;
         cursor.end = map.end();
-        if (isShort && info.mixed_block_flag != 0)
+        if (isShort && granule.mixed_block_flag != 0)
             highest[0] = highest[1] = highest[2] = 2;
     }
 
@@ -193,7 +232,7 @@ public:
         {
             const int32_t select = int32_t(info.table_select[region] & 31);
             const Mp3HuffmanTable& table = tables.huffmanTables[select];
-            const ShortcutTable& shortcuts = allShortcuts[size_t(select)];
+            const Mp3HuffmanLookup* lookup = tables.huffmanLookups[select];
             // Run by run: the pairs of one band record share their factor and their step.
             for (int32_t left = counts[region]; left > 0;)
             {
@@ -208,7 +247,7 @@ public:
                     // A pair takes at most 19 + 2 x 14 bits: one look ahead serves all of it.
                     const uint64_t window = bits.peek64();
                     int32_t used = 0;
-                    const int32_t leaf = std::max(walkTree(window, table.tree, shortcuts, used, 32), 0);
+                    const int32_t leaf = std::max(walkTree(window, table.tree, lookup, used, 32), 0);
                     const float x = decodeValue(window, used, powerTable, leaf >> 4, table.linbits, cursor.factor);
                     const float y = decodeValue(window, used, powerTable, leaf & 15, table.linbits, cursor.factor);
                     bits.skipBits(used);
@@ -291,18 +330,15 @@ private:
         const Mp3BandRecord& record = *cursor.record;
         cursor.pairsLeft = record.pairs;
         cursor.position = record.start;
+        cursor.step = record.lineStep();
         const int32_t scaleFactor = scaleFactors[std::min(cursor.recordIndex, scaleFactorCount - 1)];
         if (record.window == 3)
         {
-            cursor.step = 1;
             const int32_t emphasis = cursor.recordIndex < 22 ? pretab[cursor.recordIndex] : 0;
             cursor.factor = gainAt(tables.gainTable, info.gain, (scaleFactor + emphasis) << shift);
         }
         else
-        {
-            cursor.step = 3;
             cursor.factor = gainAt(tables.gainTable, info.fullGain[record.window], scaleFactor << shift);
-        }
         return true;
     }
 
@@ -330,7 +366,7 @@ private:
     {
         const uint32_t select = info.count1table_select & 1;
         int32_t used = 0;
-        const int32_t leaf = walkTree(bits.peek64(), tables.count1Trees[select], allShortcuts[32 + select], used,
+        const int32_t leaf = walkTree(bits.peek64(), tables.count1Trees[select], tables.huffmanLookups[32 + select], used,
                                       remain);
         if (leaf < 0)
         {
@@ -344,7 +380,6 @@ private:
     }
 
     const Mp3Tables& tables = GetMp3Tables();
-    const std::array<ShortcutTable, 34>& allShortcuts = GetShortcuts();
     Mp3BitReader& bits;
     float* spectrum;
     const int32_t* scaleFactors;
@@ -355,6 +390,44 @@ private:
     int32_t longPosition = 0;
     int32_t highest[4] = { -1, -1, -1, -1 }; ///< highest band with a non-zero line, per window
 };
+
+template <bool isShort>
+int32_t decodeLines(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
+                    int32_t sampleRateIndex, int32_t remain)
+{
+    const int32_t kind = isShort ? (info.mixed_block_flag != 0 ? 0 : 1) : 2;
+    // A local cursor, which the compiler can keep in registers through the walks.
+    Mp3BitReader cursor = bits;
+    GranuleDecoder<isShort> decoder(cursor, spectrum, scaleFactors, info,
+                                    GetMp3Tables().bandMaps[sampleRateIndex][kind]);
+    decoder.decodeBigValues(remain);
+    decoder.decodeQuads(remain);
+    decoder.setLimits(info, sampleRateIndex);
+    bits = cursor;
+    return remain;
+}
+
+} // namespace
+
+bool dequantise(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
+                int32_t sampleRateIndex, int32_t part2Bits)
+{
+    std::fill(spectrum, spectrum + granuleLines, 0.0f);
+    int32_t remain = int32_t(info.part2_3_length) - part2Bits;
+    if (info.block_type == 2)
+        remain = decodeLines<true>(bits, spectrum, scaleFactors, info, sampleRateIndex, remain);
+    else
+        remain = decodeLines<false>(bits, spectrum, scaleFactors, info, sampleRateIndex, remain);
+
+    if (remain > 0)
+        bits.skipBits(remain);
+    return remain < 0;
+}
+
+// 6. Stereo processing ----------------------------------------------------------------------------
+
+namespace
+{
 
 /** Intensity factors of the frame: the MPEG-1 pair, or the low-rate pair chosen by scalefac_compress. */
 struct IntensityFactors
@@ -392,231 +465,7 @@ void intensityLongBands(float* left, float* right, const int32_t* scaleFactors, 
     }
 }
 
-/** The three anti-alias butterflies of each sub-band boundary below limit. */
-void antialias(float* lines, const Mp3GranuleInfo& info)
-{
-    int32_t boundaries;
-    if (info.block_type != 2)
-        boundaries = info.maxb - 1;
-    else
-        boundaries = info.mixed_block_flag != 0 ? 1 : 0;
-    const Mp3Tables& tables = GetMp3Tables();
-    for (int32_t sb = 1; sb <= boundaries; ++sb)
-    {
-        float* upper = lines + 18 * sb - 1;
-        float* lower = lines + 18 * sb;
-        for (int32_t i = 0; i < 8; ++i)
-        {
-            const float u = upper[-i];
-            const float d = lower[i];
-            upper[-i] = u * tables.antialiasCs[i] - d * tables.antialiasCa[i];
-            lower[i] = d * tables.antialiasCs[i] + u * tables.antialiasCa[i];
-        }
-    }
-}
-
-/** IMDCT and overlap of one channel's granule into its 18 rows of 32 sub-band samples. */
-void hybrid(Mp3DecoderState& state, int32_t channel, const Mp3GranuleInfo& info)
-{
-    const Mp3Tables& tables = GetMp3Tables();
-    const int32_t half = state.blockIndex[channel];
-    state.blockIndex[channel] = 1 - half;
-    float* overlapIn = state.overlapBlocks[half][channel];
-    float* overlapOut = state.overlapBlocks[1 - half][channel];
-    float* lines = state.spectrum[channel];
-    float* out = &state.hybrid[channel][0][0];
-
-    int32_t sb = 0;
-    if (info.mixed_block_flag != 0)
-    {
-        imdct36(lines, overlapIn, overlapOut, tables.imdctWindow[0], out);
-        imdct36(lines + 18, overlapIn + 18, overlapOut + 18, tables.imdctWindowOdd[0], out + 1);
-        sb = 2;
-    }
-    const int32_t blockType = int32_t(info.block_type & 3);
-    const int32_t limit = std::min(info.maxb, 32);
-    for (; sb < limit; sb += 2)
-    {
-        const int32_t at = 18 * sb;
-        if (blockType == 2)
-        {
-            imdct12(lines + at, overlapIn + at, overlapOut + at, tables.imdctWindow[2], out + sb);
-            imdct12(lines + at + 18, overlapIn + at + 18, overlapOut + at + 18, tables.imdctWindowOdd[2], out + sb + 1);
-        }
-        else
-        {
-            imdct36(lines + at, overlapIn + at, overlapOut + at, tables.imdctWindow[blockType], out + sb);
-            imdct36(lines + at + 18, overlapIn + at + 18, overlapOut + at + 18, tables.imdctWindowOdd[blockType],
-                    out + sb + 1);
-        }
-    }
-    // Sub-bands known to be silent only release what the last granule left in them.
-    for (; sb < 32; ++sb)
-        for (int32_t i = 0; i < 18; ++i)
-        {
-            out[i * mp3HybridStride + sb] = overlapIn[18 * sb + i];
-            overlapOut[18 * sb + i] = 0.0f;
-        }
-}
-
-/** Mid/side, intensity and channel selection of a stereo granule, in the lines of both channels. */
-void processStereo(Mp3DecoderState& state, const int32_t* rightScaleFactors, int32_t granule, bool msStereo,
-                   bool intensityStereo)
-{
-    const Mp3FrameHeader& header = state.header;
-    Mp3GranuleInfo& leftInfo = state.sideInfo.granules[0][granule];
-    Mp3GranuleInfo& rightInfo = state.sideInfo.granules[1][granule];
-    float* left = state.spectrum[0];
-    float* right = state.spectrum[1];
-    if (msStereo)
-        for (int32_t i = 0; i < granuleLines; ++i)
-        {
-            const float mid = left[i];
-            left[i] = mid + right[i];
-            right[i] = mid - right[i];
-        }
-    if (intensityStereo)
-        applyIntensity(left, right, rightScaleFactors, rightInfo, header.sampleRateIndex, msStereo,
-                       header.lowSampleRate);
-    if (msStereo || intensityStereo || header.channelSelect == 3)
-        leftInfo.maxb = rightInfo.maxb = std::max(leftInfo.maxb, rightInfo.maxb);
-
-    const int32_t lines = std::min(leftInfo.maxb, 32) * 18;
-    if (header.channelSelect == 1)
-        std::copy(right, right + lines, left);
-    else if (header.channelSelect == 3)
-        for (int32_t i = 0; i < lines; ++i)
-            left[i] += right[i];
-}
-
-/** Brings the reservoir bytes in front of this frame's main data; false when they are not there. */
-bool prepareMainData(Mp3DecoderState& state)
-{
-    const int32_t mainDataBegin = state.sideInfo.mainDataBegin;
-    if (state.lastFrameBytes < 0 && mainDataBegin > 0)
-        return false; // the reservoir lies in frames that were not read since the last reset
-    Mp3BitReader& bits = state.bits;
-    bits.bitPointer -= mainDataBegin;
-    const uint8_t* other = state.byteBuffers[1 - state.activeBuffer];
-    // The last mainDataBegin bytes that went into the other array; held inside it for damaged counts.
-    const int32_t source =
-        std::clamp(mp3FrameStart + state.lastFrameBytes - mainDataBegin, 0, mp3ByteBufferSize - mainDataBegin);
-    if (bits.bitPointer >= 0 && bits.bitPointer + mainDataBegin <= mp3ByteBufferSize)
-        std::memmove(state.activeBytes() + bits.bitPointer, other + source, size_t(mainDataBegin));
-    bits.bitOffset = 0;
-    return true;
-}
-
-/** Reads the scale factors and lines of one channel's granule; true when its bits ran over. */
-bool decodeChannel(Mp3DecoderState& state, int32_t channel, int32_t granule, int32_t* scaleFactors,
-                   bool intensityChannel)
-{
-    Mp3GranuleInfo& info = state.sideInfo.granules[channel][granule];
-    const int32_t part2Bits = state.header.lowSampleRate != 0
-                                  ? readScaleFactorsLowRate(state.bits, scaleFactors, info, intensityChannel)
-                                  : readScaleFactorsMpeg1(state.bits, scaleFactors, info);
-    return dequantise(state.bits, state.spectrum[channel], scaleFactors, info, state.header.sampleRateIndex,
-                      part2Bits);
-}
-
 } // namespace
-
-int32_t readScaleFactorsMpeg1(Mp3BitReader& bits, int32_t* scaleFactors, const Mp3GranuleInfo& info)
-{
-    const int32_t s0 = Mp3Tables::scaleFactorLengths[info.scalefac_compress & 15][0];
-    const int32_t s1 = Mp3Tables::scaleFactorLengths[info.scalefac_compress & 15][1];
-    if (info.block_type == 2)
-    {
-        const int32_t first = info.mixed_block_flag != 0 ? 17 : 18;
-        for (int32_t i = 0; i < first; ++i)
-            scaleFactors[i] = int32_t(bits.readBits(s0));
-        for (int32_t i = first; i < first + 18; ++i)
-            scaleFactors[i] = int32_t(bits.readBits(s1));
-        for (int32_t i = first + 18; i < first + 21; ++i)
-            scaleFactors[i] = 0;
-        return (s0 + s1) * 18 - (info.mixed_block_flag != 0 ? s0 : 0);
-    }
-
-    // Groups of bands whose scale factors granule 1 may take over from granule 0.
-    static constexpr int32_t groupStart[5] = { 0, 6, 11, 16, 21 };
-    int32_t bitsRead = 0;
-    for (int32_t group = 0; group < 4; ++group)
-    {
-        const bool shared = info.scfsi >= 0 && ((info.scfsi >> (3 - group)) & 1) != 0;
-        if (shared)
-            continue;
-        const int32_t length = group < 2 ? s0 : s1;
-        for (int32_t i = groupStart[group]; i < groupStart[group + 1]; ++i)
-            scaleFactors[i] = int32_t(bits.readBits(length));
-        bitsRead += length * (groupStart[group + 1] - groupStart[group]);
-    }
-    scaleFactors[21] = 0;
-    return bitsRead;
-}
-
-int32_t readScaleFactorsLowRate(Mp3BitReader& bits, int32_t* scaleFactors, Mp3GranuleInfo& info,
-                                bool intensityChannel)
-{
-    const Mp3Tables& tables = GetMp3Tables();
-    const uint32_t word = intensityChannel ? tables.lowRateLengthsIntensity[(info.scalefac_compress >> 1) & 255]
-                                           : tables.lowRateLengths[info.scalefac_compress & 511];
-    info.preflag = (word >> 15) & 1;
-    int32_t kind = 0;
-    if (info.block_type == 2)
-        kind = info.mixed_block_flag != 0 ? 2 : 1;
-    const uint8_t* counts = Mp3Tables::bandCounts[kind][std::min<uint32_t>((word >> 12) & 7, 5)];
-
-    int32_t index = 0;
-    int32_t bitsRead = 0;
-    for (int32_t group = 0; group < 4; ++group)
-    {
-        const int32_t count = counts[group];
-        const int32_t length = int32_t((word >> (3 * group)) & 7);
-        for (int32_t i = 0; i < count && index < scaleFactorCount; ++i)
-            scaleFactors[index++] = int32_t(bits.readBits(length));
-        if (length > 0)
-            bitsRead += count * length;
-    }
-    for (int32_t i = 0; i < 2 * kind + 1 && index < scaleFactorCount; ++i)
-        scaleFactors[index++] = 0;
-    return bitsRead;
-}
-
-namespace
-{
-
-template <bool isShort>
-int32_t decodeLines(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
-                    int32_t sampleRateIndex, int32_t remain)
-{
-    const int32_t kind = isShort ? (info.mixed_block_flag != 0 ? 0 : 1) : 2;
-    // A local cursor, which the compiler can keep in registers through the walks.
-    Mp3BitReader cursor = bits;
-    GranuleDecoder<isShort> decoder(cursor, spectrum, scaleFactors, info,
-                                    GetMp3Tables().bandMaps[sampleRateIndex][kind]);
-    decoder.decodeBigValues(remain);
-    decoder.decodeQuads(remain);
-    decoder.setLimits(info, sampleRateIndex);
-    bits = cursor;
-    return remain;
-}
-
-} // namespace
-
-bool dequantise(Mp3BitReader& bits, float* spectrum, const int32_t* scaleFactors, Mp3GranuleInfo& info,
-                int32_t sampleRateIndex, int32_t part2Bits)
-{
-    std::fill(spectrum, spectrum + granuleLines, 0.0f);
-    int32_t remain = int32_t(info.part2_3_length) - part2Bits;
-    if (info.block_type == 2)
-        remain = decodeLines<true>(bits, spectrum, scaleFactors, info, sampleRateIndex, remain);
-    else
-        remain = decodeLines<false>(bits, spectrum, scaleFactors, info, sampleRateIndex, remain);
-
-    if (remain > 0)
-        bits.skipBits(remain);
-    return remain < 0;
-}
 
 void applyIntensity(float* left, float* right, const int32_t* scaleFactors, const Mp3GranuleInfo& info,
                     int32_t sampleRateIndex, bool msStereo, int32_t lowRate)
@@ -666,46 +515,172 @@ void applyIntensity(float* left, float* right, const int32_t* scaleFactors, cons
         intensityLongBands(left, right, scaleFactors, longBand, 7, bands, factors);
 }
 
-void decodeLayer3Frame(Mp3DecoderState& state, float* out0, float* out1, int32_t& samplesDone)
+namespace
 {
-    if (!prepareMainData(state))
-        return;
-    const Mp3FrameHeader& header = state.header;
+
+/** Mid/side, intensity and channel selection of a stereo granule, in the lines of both channels. */
+void processStereo(const Mp3FrameHeader& header, Mp3GranuleInfo& leftInfo, Mp3GranuleInfo& rightInfo, float* left,
+                   float* right, const int32_t* rightScaleFactors)
+{
+    const bool msStereo = header.isMidSide();
+    const bool intensityStereo = header.isIntensityStereo();
+    if (msStereo)
+        for (int32_t i = 0; i < granuleLines; ++i)
+        {
+            const float mid = left[i];
+            left[i] = mid + right[i];
+            right[i] = mid - right[i];
+        }
+    if (intensityStereo)
+        applyIntensity(left, right, rightScaleFactors, rightInfo, header.sampleRateIndex, msStereo,
+                       header.lowSampleRate);
+    if (msStereo || intensityStereo || header.channelSelect == 3)
+        leftInfo.maxb = rightInfo.maxb = std::max(leftInfo.maxb, rightInfo.maxb);
+
+    const int32_t lines = std::min(leftInfo.maxb, 32) * 18;
+    if (header.channelSelect == 1)
+        std::copy(right, right + lines, left);
+    else if (header.channelSelect == 3)
+        for (int32_t i = 0; i < lines; ++i)
+            left[i] += right[i];
+}
+
+// 7. Antialias ------------------------------------------------------------------------------------
+
+/** The three anti-alias butterflies of each sub-band boundary below limit. */
+void antialias(float* lines, const Mp3GranuleInfo& info)
+{
+    int32_t boundaries;
+    if (info.block_type != 2)
+        boundaries = info.maxb - 1;
+    else
+        boundaries = info.mixed_block_flag != 0 ? 1 : 0;
+    const Mp3Tables& tables = GetMp3Tables();
+    for (int32_t sb = 1; sb <= boundaries; ++sb)
+    {
+        float* upper = lines + 18 * sb - 1;
+        float* lower = lines + 18 * sb;
+        for (int32_t i = 0; i < 8; ++i)
+        {
+            const float u = upper[-i];
+            const float d = lower[i];
+            upper[-i] = u * tables.antialiasCs[i] - d * tables.antialiasCa[i];
+            lower[i] = d * tables.antialiasCs[i] + u * tables.antialiasCa[i];
+        }
+    }
+}
+
+// 8-9. Hybrid filterbank with frequency inversion ---------------------------------------------
+
+/** IMDCT and overlap of one channel's granule into its 18 rows of 32 sub-band samples. */
+void hybrid(Mp3Layer3State& layer3, int32_t channel, const Mp3GranuleInfo& info)
+{
+    const Mp3Tables& tables = GetMp3Tables();
+    const int32_t half = layer3.blockIndex[channel];
+    layer3.blockIndex[channel] = 1 - half;
+    float* overlapIn = layer3.overlapBlocks[half][channel];
+    float* overlapOut = layer3.overlapBlocks[1 - half][channel];
+    float* lines = layer3.spectrum[channel];
+    float* out = &layer3.hybrid[channel][0][0];
+
+    int32_t sb = 0;
+    if (info.mixed_block_flag != 0)
+    {
+        imdct36(lines, overlapIn, overlapOut, tables.imdctWindow[0], out);
+        imdct36(lines + 18, overlapIn + 18, overlapOut + 18, tables.imdctWindowOdd[0], out + 1);
+        sb = 2;
+    }
+    const int32_t blockType = int32_t(info.block_type & 3);
+    const int32_t limit = std::min(info.maxb, 32);
+    for (; sb < limit; sb += 2)
+    {
+        const int32_t at = 18 * sb;
+        if (blockType == 2)
+        {
+            imdct12(lines + at, overlapIn + at, overlapOut + at, tables.imdctWindow[2], out + sb);
+            imdct12(lines + at + 18, overlapIn + at + 18, overlapOut + at + 18, tables.imdctWindowOdd[2], out + sb + 1);
+        }
+        else
+        {
+            imdct36(lines + at, overlapIn + at, overlapOut + at, tables.imdctWindow[blockType], out + sb);
+            imdct36(lines + at + 18, overlapIn + at + 18, overlapOut + at + 18, tables.imdctWindowOdd[blockType],
+                    out + sb + 1);
+        }
+    }
+    // Sub-bands known to be silent only release what the last granule left in them.
+    for (; sb < 32; ++sb)
+        for (int32_t i = 0; i < 18; ++i)
+        {
+            out[i * mp3HybridStride + sb] = overlapIn[18 * sb + i];
+            overlapOut[18 * sb + i] = 0.0f;
+        }
+}
+
+// 10. Synthesis, and the frame --------------------------------------------------------------------
+
+/** The 18 rows of a granule's sub-band samples through the synthesis filter, one channel or both. */
+void synthesiseGranule(Mp3Layer3State& layer3, int32_t activeChannels, Mp3SynthesisState& synthesis, float* out0,
+                       float* out1, int32_t& samplesDone)
+{
+    for (int32_t row = 0; row < 18; ++row)
+    {
+        if (activeChannels == 2)
+        {
+            int32_t leftDone = samplesDone;
+            synthesise(synthesis, layer3.hybrid[0][row], 0, out0, leftDone);
+            synthesise(synthesis, layer3.hybrid[1][row], 1, out1, samplesDone);
+        }
+        else
+            synthesise(synthesis, layer3.hybrid[0][row], 0, out0, samplesDone);
+    }
+}
+
+/** Reads the scale factors and lines of one channel's granule; true when its bits ran over. */
+bool decodeChannel(const Mp3FrameHeader& header, Mp3BitReader& bits, Mp3GranuleInfo& info, float* spectrum,
+                   int32_t* scaleFactors, bool intensityChannel)
+{
+    const int32_t part2Bits = header.lowSampleRate != 0
+                                  ? readScaleFactorsLowRate(bits, scaleFactors, info, intensityChannel)
+                                  : readScaleFactorsMpeg1(bits, scaleFactors, info);
+    return dequantise(bits, spectrum, scaleFactors, info, header.sampleRateIndex, part2Bits);
+}
+
+} // namespace
+
+void Mp3Layer3State::reset() noexcept
+{
+    std::memset(overlapBlocks, 0, sizeof overlapBlocks);
+    blockIndex[0] = blockIndex[1] = 0;
+}
+
+void decodeLayer3(const Mp3FrameHeader& header, Mp3SideInfo& sideInfo, Mp3BitReader& bits, Mp3Layer3State& layer3,
+                  Mp3SynthesisState& synthesis, float* out0, float* out1, int32_t& samplesDone)
+{
     const bool stereoStream = header.numChannels == 2;
     const int32_t activeChannels = (!stereoStream || header.channelSelect >= 0) ? 1 : 2;
-    const bool msStereo = header.mode == 1 && (header.modeExtension & 2) != 0;
-    const bool intensityStereo = header.mode == 1 && (header.modeExtension & 1) != 0;
-    const int32_t granules = header.lowSampleRate != 0 ? 1 : 2;
 
     // Kept for the frame, so that granule 1 can take over scale factors of granule 0.
     int32_t scaleFactors[2][scaleFactorCount] = {};
-    for (int32_t granule = 0; granule < granules; ++granule)
+    for (int32_t granule = 0; granule < header.numGranules(); ++granule)
     {
-        if (decodeChannel(state, 0, granule, scaleFactors[0], false))
+        Mp3GranuleInfo& leftInfo = sideInfo.granules[0][granule];
+        Mp3GranuleInfo& rightInfo = sideInfo.granules[1][granule];
+        if (decodeChannel(header, bits, leftInfo, layer3.spectrum[0], scaleFactors[0], false))
             return;
         if (stereoStream)
         {
-            if (decodeChannel(state, 1, granule, scaleFactors[1], intensityStereo))
+            if (decodeChannel(header, bits, rightInfo, layer3.spectrum[1], scaleFactors[1],
+                              header.isIntensityStereo()))
                 return;
-            processStereo(state, scaleFactors[1], granule, msStereo, intensityStereo);
+            processStereo(header, leftInfo, rightInfo, layer3.spectrum[0], layer3.spectrum[1], scaleFactors[1]);
         }
         for (int32_t channel = 0; channel < activeChannels; ++channel)
         {
-            const Mp3GranuleInfo& info = state.sideInfo.granules[channel][granule];
-            antialias(state.spectrum[channel], info);
-            hybrid(state, channel, info);
+            const Mp3GranuleInfo& info = sideInfo.granules[channel][granule];
+            antialias(layer3.spectrum[channel], info);
+            hybrid(layer3, channel, info);
         }
-        for (int32_t row = 0; row < 18; ++row)
-        {
-            if (activeChannels == 2)
-            {
-                int32_t leftDone = samplesDone;
-                synthesise(state.synthesis, state.hybrid[0][row], 0, out0, leftDone);
-                synthesise(state.synthesis, state.hybrid[1][row], 1, out1, samplesDone);
-            }
-            else
-                synthesise(state.synthesis, state.hybrid[0][row], 0, out0, samplesDone);
-        }
+        synthesiseGranule(layer3, activeChannels, synthesis, out0, out1, samplesDone);
     }
 }
 

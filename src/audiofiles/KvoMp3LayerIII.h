@@ -3,19 +3,31 @@
 #include <cstdint>
 
 #include "audiofiles/KvoMp3Frame.h"
+#include "audiofiles/KvoMp3Synthesis.h"
 
 namespace kvo
 {
 
-class Mp3DecoderState;
+/** What Layer III keeps from granule to granule and frame to frame, besides the synthesis history. */
+struct Mp3Layer3State
+{
+    float overlapBlocks[2][2][576] = {}; ///< [half][channel][line]
+    int32_t blockIndex[2] = {};          ///< per channel, the half holding the last granule's overlap
+    alignas(32) float spectrum[2][576] = {};
+    alignas(32) float hybrid[2][18][32] = {}; ///< [channel][row][sub-band]
+
+    /** Silence in the overlap, as at the start of a stream. */
+    void reset() noexcept;
+};
 
 /**
-    Decodes the Layer III frame whose side information the state holds: up to 1152 samples
-    a channel (576 at the low rates) through the synthesis filter. A frame that needs a
-    reservoir it does not have yields nothing; one whose Huffman data overrun their bits
-    ends at that granule.
+    Decodes a Layer III frame from its side information and the main data at the cursor (the
+    reservoir already in front of them): up to 1152 samples a channel (576 at the low rates)
+    through the synthesis filter, both channels or the one channelSelect asks for. A frame
+    whose Huffman data overrun their bits ends at that granule.
 */
-void decodeLayer3Frame(Mp3DecoderState& state, float* out0, float* out1, int32_t& samplesDone);
+void decodeLayer3(const Mp3FrameHeader& header, Mp3SideInfo& sideInfo, Mp3BitReader& bits, Mp3Layer3State& layer3,
+                  Mp3SynthesisState& synthesis, float* out0, float* out1, int32_t& samplesDone);
 
 /** MPEG-1 scale factors of one granule into scaleFactors (39 entries); returns the bits read. */
 int32_t readScaleFactorsMpeg1(Mp3BitReader& bits, int32_t* scaleFactors, const Mp3GranuleInfo& info);

@@ -21,6 +21,13 @@ struct Mp3SynthesisState
 };
 
 /**
+    Whether synthesis and the IMDCTs run their AVX code (eight floats a step, three-operand
+    instructions); set at start-up when the processor has AVX. Both paths give the same samples
+    to the bit; tests switch it off to compare them.
+*/
+extern bool mp3WideFilterbank;
+
+/**
     Turns one row of 32 sub-band values into 32 samples of channel (0 or 1), written at
     out + samplesDone; samplesDone then grows by 32. For stereo, give a row to channel 0 and
     then the same row to channel 1 (which reuses the offset channel 0 has just moved).

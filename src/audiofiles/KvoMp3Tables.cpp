@@ -11,60 +11,72 @@
 namespace kvo
 {
 
-// Scale factor bands by sample rate. The 8000 Hz row is the program's own.
-const int16_t Mp3Tables::bandTable[9][72] = {
-    // 44100 Hz
-    { 0, 4, 8, 12, 16, 20, 24, 30, 36, 44, 52, 62, 74, 90, 110, 134, 162, 196, 238, 288, 342, 418, 576,
-      4, 4, 4, 4, 4, 4, 6, 6, 8, 8, 10, 12, 16, 20, 24, 28, 34, 42, 50, 54, 76, 158,
-      0, 12, 24, 36, 48, 66, 90, 120, 156, 198, 252, 318, 408, 576,
-      4, 4, 4, 4, 6, 8, 10, 12, 14, 18, 22, 30, 56 },
-    // 48000 Hz
-    { 0, 4, 8, 12, 16, 20, 24, 30, 36, 42, 50, 60, 72, 88, 106, 128, 156, 190, 230, 276, 330, 384, 576,
-      4, 4, 4, 4, 4, 4, 6, 6, 6, 8, 10, 12, 16, 18, 22, 28, 34, 40, 46, 54, 54, 192,
-      0, 12, 24, 36, 48, 66, 84, 114, 150, 192, 240, 300, 378, 576,
-      4, 4, 4, 4, 6, 6, 10, 12, 14, 16, 20, 26, 66 },
-    // 32000 Hz
-    { 0, 4, 8, 12, 16, 20, 24, 30, 36, 44, 54, 66, 82, 102, 126, 156, 194, 240, 296, 364, 448, 550, 576,
-      4, 4, 4, 4, 4, 4, 6, 6, 8, 10, 12, 16, 20, 24, 30, 38, 46, 56, 68, 84, 102, 26,
-      0, 12, 24, 36, 48, 66, 90, 126, 174, 234, 312, 414, 540, 576,
-      4, 4, 4, 4, 6, 8, 12, 16, 20, 26, 34, 42, 12 },
-    // 22050 Hz
-    { 0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576,
-      6, 6, 6, 6, 6, 6, 8, 10, 12, 14, 16, 20, 24, 28, 32, 38, 46, 52, 60, 68, 58, 54,
-      0, 12, 24, 36, 54, 72, 96, 126, 168, 222, 300, 396, 522, 576,
-      4, 4, 4, 6, 6, 8, 10, 14, 18, 26, 32, 42, 18 },
-    // 24000 Hz
-    { 0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 114, 136, 162, 194, 232, 278, 332, 394, 464, 540, 576,
-      6, 6, 6, 6, 6, 6, 8, 10, 12, 14, 16, 18, 22, 26, 32, 38, 46, 54, 62, 70, 76, 36,
-      0, 12, 24, 36, 54, 78, 108, 144, 186, 240, 312, 408, 540, 576,
-      4, 4, 4, 6, 8, 10, 12, 14, 18, 24, 32, 44, 12 },
-    // 16000 Hz
-    { 0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576,
-      6, 6, 6, 6, 6, 6, 8, 10, 12, 14, 16, 20, 24, 28, 32, 38, 46, 52, 60, 68, 58, 54,
-      0, 12, 24, 36, 54, 78, 108, 144, 186, 240, 312, 402, 522, 576,
-      4, 4, 4, 6, 8, 10, 12, 14, 18, 24, 30, 40, 18 },
-    // 11025 Hz: as 16000 Hz
-    { 0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576,
-      6, 6, 6, 6, 6, 6, 8, 10, 12, 14, 16, 20, 24, 28, 32, 38, 46, 52, 60, 68, 58, 54,
-      0, 12, 24, 36, 54, 78, 108, 144, 186, 240, 312, 402, 522, 576,
-      4, 4, 4, 6, 8, 10, 12, 14, 18, 24, 30, 40, 18 },
-    // 12000 Hz: as 16000 Hz
-    { 0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576,
-      6, 6, 6, 6, 6, 6, 8, 10, 12, 14, 16, 20, 24, 28, 32, 38, 46, 52, 60, 68, 58, 54,
-      0, 12, 24, 36, 54, 78, 108, 144, 186, 240, 312, 402, 522, 576,
-      4, 4, 4, 6, 8, 10, 12, 14, 18, 24, 30, 40, 18 },
-    // 8000 Hz
-    { 0, 12, 24, 36, 48, 60, 72, 88, 108, 132, 160, 192, 232, 280, 336, 400, 476, 566, 568, 570, 572, 574, 576,
-      12, 12, 12, 12, 12, 12, 16, 20, 24, 28, 32, 40, 48, 56, 64, 76, 90, 2, 2, 2, 2, 2,
-      0, 24, 48, 72, 108, 156, 216, 288, 372, 480, 486, 492, 498, 576,
-      8, 8, 8, 12, 16, 20, 24, 28, 36, 2, 2, 2, 26 },
+namespace
+{
+
+// Scale factor band boundaries (ISO/IEC 11172-3, Table B.8, and the same table of ISO/IEC 13818-3
+// for the half rates), in lines of one window: long bands, then short bands. The rows are 44100,
+// 48000, 32000, 22050, 24000 and 16000 Hz (which 11025 and 12000 Hz share), and 8000 Hz, a row
+// that is the program's own.
+constexpr int32_t bandSourceRows = 7;
+constexpr int32_t bandSourceRow[9] = { 0, 1, 2, 3, 4, 5, 5, 5, 6 };
+constexpr int16_t longBandStarts[bandSourceRows][23] = {
+    { 0, 4, 8, 12, 16, 20, 24, 30, 36, 44, 52, 62, 74, 90, 110, 134, 162, 196, 238, 288, 342, 418, 576 },
+    { 0, 4, 8, 12, 16, 20, 24, 30, 36, 42, 50, 60, 72, 88, 106, 128, 156, 190, 230, 276, 330, 384, 576 },
+    { 0, 4, 8, 12, 16, 20, 24, 30, 36, 44, 54, 66, 82, 102, 126, 156, 194, 240, 296, 364, 448, 550, 576 },
+    { 0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576 },
+    { 0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 114, 136, 162, 194, 232, 278, 332, 394, 464, 540, 576 },
+    { 0, 6, 12, 18, 24, 30, 36, 44, 54, 66, 80, 96, 116, 140, 168, 200, 238, 284, 336, 396, 464, 522, 576 },
+    { 0, 12, 24, 36, 48, 60, 72, 88, 108, 132, 160, 192, 232, 280, 336, 400, 476, 566, 568, 570, 572, 574, 576 },
 };
+constexpr int16_t shortBandStarts[bandSourceRows][14] = {
+    { 0, 4, 8, 12, 16, 22, 30, 40, 52, 66, 84, 106, 136, 192 },
+    { 0, 4, 8, 12, 16, 22, 28, 38, 50, 64, 80, 100, 126, 192 },
+    { 0, 4, 8, 12, 16, 22, 30, 42, 58, 78, 104, 138, 180, 192 },
+    { 0, 4, 8, 12, 18, 24, 32, 42, 56, 74, 100, 132, 174, 192 },
+    { 0, 4, 8, 12, 18, 26, 36, 48, 62, 80, 104, 136, 180, 192 },
+    { 0, 4, 8, 12, 18, 26, 36, 48, 62, 80, 104, 134, 174, 192 },
+    { 0, 8, 16, 24, 36, 52, 72, 96, 124, 160, 162, 164, 166, 192 },
+};
+
+/** The stored rows in the layout Mp3Tables::bandTable describes: boundaries and widths, short ones in lines of all three windows. */
+struct BandRows
+{
+    int16_t rows[9][72] {};
+};
+
+constexpr BandRows BuildBandRows()
+{
+    BandRows table;
+    for (int32_t rate = 0; rate < 9; ++rate)
+    {
+        const int16_t* longStarts = longBandStarts[bandSourceRow[rate]];
+        const int16_t* shortStarts = shortBandStarts[bandSourceRow[rate]];
+        int16_t* row = table.rows[rate];
+        for (int32_t band = 0; band < 23; ++band)
+            row[Mp3Tables::longBoundaries + band] = longStarts[band];
+        for (int32_t band = 0; band < 22; ++band)
+            row[Mp3Tables::longWidths + band] = int16_t(longStarts[band + 1] - longStarts[band]);
+        for (int32_t band = 0; band < 14; ++band)
+            row[Mp3Tables::shortBoundaries + band] = int16_t(3 * shortStarts[band]);
+        for (int32_t band = 0; band < 13; ++band)
+            row[Mp3Tables::shortWidths + band] = int16_t(shortStarts[band + 1] - shortStarts[band]);
+    }
+    return table;
+}
+
+constexpr BandRows bandRows = BuildBandRows();
+
+} // namespace
+
+const int16_t (&Mp3Tables::bandTable)[9][72] = bandRows.rows;
 
 const uint8_t Mp3Tables::scaleFactorLengths[16][2] = {
     { 0, 0 }, { 0, 1 }, { 0, 2 }, { 0, 3 }, { 3, 0 }, { 1, 1 }, { 1, 2 }, { 1, 3 },
     { 2, 1 }, { 2, 2 }, { 2, 3 }, { 3, 1 }, { 3, 2 }, { 3, 3 }, { 4, 2 }, { 4, 3 },
 };
 
+// Pre-emphasis of the long bands (ISO/IEC 11172-3, Table B.6).
 const uint8_t Mp3Tables::pretab[22] = { 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 3, 3, 3, 2, 0 };
 const uint8_t Mp3Tables::pretabZero[22] = {};
 
@@ -81,7 +93,7 @@ constexpr double pi = std::numbers::pi;
 
 /**
     The synthesis window from its centre outwards, entries 0 to 256, in units of 2^-16 (the
-    published coefficients are exact multiples of it). The signs are the ones this filter
+    coefficients D[i] of ISO/IEC 11172-3, Table B.3, are exact multiples of it). The signs are the ones this filter
     needs: 1-85 negative, 86-143 positive, 144-200 negative, 201-256 positive.
 */
 constexpr int32_t halfWindow[257] = {
@@ -206,6 +218,7 @@ void BuildLayer3Factors(Mp3Tables& tables)
         tables.powerTable[i] = float(std::pow(double(i), 4.0 / 3.0));
     for (int k = 0; k < 378; ++k)
         tables.gainTable[k] = float(std::pow(2.0, (46 - k) / 4.0));
+    // The aliasing-butterfly coefficients c[i] of ISO/IEC 11172-3, Table B.9.
     constexpr double c[8] = { -0.6, -0.535, -0.33, -0.185, -0.095, -0.041, -0.0142, -0.0037 };
     for (int i = 0; i < 8; ++i)
     {
@@ -234,11 +247,12 @@ void AddRecord(Mp3BandMap& map, int pairs, int start, int window, int band)
 }
 
 /**
-    The short bands from firstBand on, windows interleaved, starting at line position. Where the
+    The short bands from firstBand on, reordered: the three windows of a band interleaved
+    (window w from the band's start plus w, lines 3 apart), starting at line position. Where the
     long part of a mixed block is wider than the short bands it replaces (the low rates), the
     last bands would run past line 575: they are cut at the end of the spectrum.
 */
-void AddShortBands(Mp3BandMap& map, const int16_t* bands, int firstBand, int position)
+void AddReorderedShortBands(Mp3BandMap& map, const int16_t* bands, int firstBand, int position)
 {
     for (int band = firstBand; band < 13; ++band)
     {
@@ -257,9 +271,9 @@ void BuildBandMaps(Mp3Tables& tables)
         Mp3BandMap& mixed = tables.bandMaps[row][0];
         for (int band = 0; band < 8; ++band)
             AddRecord(mixed, bands[Mp3Tables::longWidths + band] / 2, bands[band], 3, band);
-        AddShortBands(mixed, bands, 3, bands[8]);
+        AddReorderedShortBands(mixed, bands, 3, bands[8]);
 
-        AddShortBands(tables.bandMaps[row][1], bands, 0, 0);
+        AddReorderedShortBands(tables.bandMaps[row][1], bands, 0, 0);
 
         Mp3BandMap& longMap = tables.bandMaps[row][2];
         for (int band = 0; band < 22; ++band)
@@ -272,34 +286,36 @@ uint16_t LengthWord(int a, int b, int c, int d, int table, bool preflag)
     return uint16_t(a | b << 3 | c << 6 | d << 9 | table << 12 | (preflag ? 1 << 15 : 0));
 }
 
+/**
+    Appends the length words of one range of scalefac_compress: every combination of the four
+    lengths below their limits, the last length counting fastest.
+*/
+uint16_t* AddLengthWords(uint16_t* out, const int (&limits)[4], int table, bool preflag)
+{
+    const int count = limits[0] * limits[1] * limits[2] * limits[3];
+    for (int n = 0; n < count; ++n)
+    {
+        int lengths[4];
+        int rest = n;
+        for (int group = 3; group >= 0; --group)
+        {
+            lengths[group] = rest % limits[group];
+            rest /= limits[group];
+        }
+        *out++ = LengthWord(lengths[0], lengths[1], lengths[2], lengths[3], table, preflag);
+    }
+    return out;
+}
+
 void BuildLowRateLengths(Mp3Tables& tables)
 {
-    uint16_t* out = tables.lowRateLengths;
-    for (int i = 0; i < 5; ++i)
-        for (int j = 0; j < 5; ++j)
-            for (int k = 0; k < 4; ++k)
-                for (int l = 0; l < 4; ++l)
-                    *out++ = LengthWord(i, j, k, l, 0, false);
-    for (int i = 0; i < 5; ++i)
-        for (int j = 0; j < 5; ++j)
-            for (int k = 0; k < 4; ++k)
-                *out++ = LengthWord(i, j, k, 0, 1, false);
-    for (int i = 0; i < 4; ++i)
-        for (int k = 0; k < 3; ++k)
-            *out++ = LengthWord(i, k, 0, 0, 2, true);
+    uint16_t* out = AddLengthWords(tables.lowRateLengths, { 5, 5, 4, 4 }, 0, false);
+    out = AddLengthWords(out, { 5, 5, 4, 1 }, 1, false);
+    AddLengthWords(out, { 4, 3, 1, 1 }, 2, true);
 
-    out = tables.lowRateLengthsIntensity;
-    for (int i = 0; i < 5; ++i)
-        for (int j = 0; j < 6; ++j)
-            for (int k = 0; k < 6; ++k)
-                *out++ = LengthWord(i, j, k, 0, 3, false);
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j)
-            for (int k = 0; k < 4; ++k)
-                *out++ = LengthWord(i, j, k, 0, 4, false);
-    for (int i = 0; i < 4; ++i)
-        for (int k = 0; k < 3; ++k)
-            *out++ = LengthWord(i, k, 0, 0, 5, false);
+    out = AddLengthWords(tables.lowRateLengthsIntensity, { 5, 6, 6, 1 }, 3, false);
+    out = AddLengthWords(out, { 4, 4, 4, 1 }, 4, false);
+    AddLengthWords(out, { 4, 3, 1, 1 }, 5, false);
 }
 
 /**
@@ -321,7 +337,7 @@ public:
             {
                 while (*text == ' ')
                     ++text;
-                const int16_t value = int16_t(quadruples ? row * 4 + column : row << 4 | column);
+                const int16_t value = int16_t(quadruples ? row * codes.wordsPerRow + column : row << 4 | column);
                 text = insert(text, value);
             }
         }
@@ -402,6 +418,31 @@ void BuildHuffmanTrees(Mp3Tables& tables)
     tables.count1Trees[1] = trees[mp3Count1TableB];
 }
 
+void BuildLookup(const int16_t* tree, Mp3HuffmanLookup (&lookup)[1 << mp3LookupBits])
+{
+    for (int prefix = 0; prefix < (1 << mp3LookupBits); ++prefix)
+    {
+        int node = 0;
+        int used = 0;
+        while (tree[node] < 0 && used < mp3LookupBits)
+        {
+            const bool bit = ((prefix >> (mp3LookupBits - 1 - used)) & 1) != 0;
+            node += 1 + (bit ? -tree[node] : 0);
+            ++used;
+        }
+        const bool isLeaf = tree[node] >= 0;
+        lookup[prefix] = { int16_t(isLeaf ? tree[node] : node), uint8_t(used), isLeaf };
+    }
+}
+
+void BuildLookups(Mp3Tables& tables)
+{
+    for (int select = 0; select < 32; ++select)
+        BuildLookup(tables.huffmanTables[select].tree, tables.huffmanLookups[select]);
+    BuildLookup(tables.count1Trees[0], tables.huffmanLookups[32]);
+    BuildLookup(tables.count1Trees[1], tables.huffmanLookups[33]);
+}
+
 void BuildTables(Mp3Tables& tables)
 {
     BuildSynthesisTables(tables);
@@ -412,6 +453,7 @@ void BuildTables(Mp3Tables& tables)
     BuildBandMaps(tables);
     BuildLowRateLengths(tables);
     BuildHuffmanTrees(tables);
+    BuildLookups(tables);
 }
 
 } // namespace

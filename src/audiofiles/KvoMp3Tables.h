@@ -20,17 +20,34 @@ struct Mp3HuffmanTable
 };
 
 /**
+    The first steps of a Huffman walk, looked up: for one value of the next mp3LookupBits bits,
+    the leaf they end at and the bits it took, or the node the walk stands at after all of them.
+    Built from the trees, so that most codes cost one look-up instead of a walk.
+*/
+struct Mp3HuffmanLookup
+{
+    int16_t value = 0;  ///< the leaf, or the node's offset in the tree
+    uint8_t length = 0; ///< bits used
+    bool isLeaf = false;
+};
+
+constexpr int mp3LookupBits = 8;
+
+/**
     One record of a band map: a run of lines that share a scale factor band and a gain.
     Window 3 is a long band (lines consecutive, step 1); windows 0 to 2 are the short windows,
     whose lines are stored interleaved with window fastest (step 3), so dequantising places
-    short-block lines in their final order.
+    short-block lines in their final order: this is the reordering of short blocks.
 */
 struct Mp3BandRecord
 {
     int16_t pairs = 0; ///< width of the run in line pairs
-    int16_t start = 0; ///< first line in the spectrum
+    int16_t start = 0; ///< first line in the spectrum; a short window's band starts at the band's start plus the window
     int16_t window = 3;
     int16_t band = 0; ///< the long band (window 3) or the short band of the run
+
+    /** Distance between the run's lines in the spectrum: 1 in a long band, 3 in a short window. */
+    int32_t lineStep() const noexcept { return window == 3 ? 1 : 3; }
 };
 
 /** The records of one map and how many there are. */
@@ -98,6 +115,8 @@ struct Mp3Tables
     Mp3HuffmanTable huffmanTables[32];
     /** The two count1 trees by count1table_select; leaves hold v, w, x, y in bits 3 to 0. */
     const int16_t* count1Trees[2];
+    /** Look-ups of the first bits of the trees: the 32 of huffmanTables, then the two count1 trees. */
+    Mp3HuffmanLookup huffmanLookups[34][1 << mp3LookupBits];
 
     /** Storage behind huffmanTables and count1Trees. */
     static constexpr int huffmanStorageSize = 2804;
@@ -110,7 +129,7 @@ struct Mp3Tables
         12000, 8000 Hz): 23 long boundaries, 22 long widths, 14 short boundaries (in lines of
         all three windows), 13 short widths.
     */
-    static const int16_t bandTable[9][72];
+    static const int16_t (&bandTable)[9][72];
     static constexpr int longBoundaries = 0;
     static constexpr int longWidths = 23;
     static constexpr int shortBoundaries = 45;
