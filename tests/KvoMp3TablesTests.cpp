@@ -1,4 +1,6 @@
-// The MPEG audio decoder's tables: Huffman trees against the code lists, band tables, derived factors.
+// The MPEG audio decoder's tables, each by its rule: Huffman trees against the code lists,
+// band tables, scale factor lengths, derived factors, and the choice of Layer II allocation
+// table. The entries themselves are proven by the decodes of the fixtures.
 
 #include <gtest/gtest.h>
 
@@ -11,6 +13,7 @@
 #include <vector>
 
 #include "audiofiles/KvoMp3HuffmanCodes.h"
+#include "audiofiles/KvoMp3Layer12.h"
 #include "audiofiles/KvoMp3Tables.h"
 
 namespace kvo
@@ -125,30 +128,18 @@ TEST(Mp3HuffmanTables, EveryTreeIsACompletePrefixCodeOfItsList)
 
 TEST(Mp3HuffmanTables, SpotWordsOfTheStandardTables)
 {
-    struct Spot
-    {
-        int table;
-        const char* bits;
-        int x;
-        int y;
-    };
+    // The shortest and longest words of a few tables, as the standard prints them.
+    struct Spot { const int16_t* tree; const char* bits; int value; };
     const Spot spots[] = {
-        { 1, "1", 0, 0 },         { 1, "001", 0, 1 },        { 1, "01", 1, 0 },           { 1, "000", 1, 1 },
-        { 2, "000000", 2, 2 },    { 6, "111", 0, 0 },        { 7, "0000000000", 5, 5 },   { 13, "1", 0, 0 },
-        { 13, "0000000000000001", 15, 15 },                  { 15, "111", 0, 0 },         { 16, "00000011", 15, 15 },
-        { 16, "000010001", 0, 15 }, { 24, "1111", 0, 0 },    { 24, "0011", 15, 15 },
+        {tables.huffmanTables[1].tree, "001", 0x01},  {tables.huffmanTables[7].tree, "0000000000", 0x55},
+        {tables.huffmanTables[13].tree, "0000000000000001", 0xFF}, {tables.huffmanTables[16].tree, "000010001", 0x0F},
+        {tables.huffmanTables[24].tree, "0011", 0xFF}, {tables.count1Trees[0], "000001", 15}, {tables.count1Trees[1], "1111", 0},
     };
     for (const Spot& spot : spots)
     {
         size_t used = 0;
-        EXPECT_EQ(Walk(tables.huffmanTables[spot.table].tree, spot.bits, used), spot.x << 4 | spot.y)
-            << "table " << spot.table << " word " << spot.bits;
+        EXPECT_EQ(Walk(spot.tree, spot.bits, used), spot.value) << spot.bits;
     }
-    size_t used = 0;
-    EXPECT_EQ(Walk(tables.count1Trees[0], "1", used), 0);
-    EXPECT_EQ(Walk(tables.count1Trees[0], "000001", used), 15);
-    EXPECT_EQ(Walk(tables.count1Trees[1], "0000", used), 15);
-    EXPECT_EQ(Walk(tables.count1Trees[1], "1111", used), 0);
 }
 
 // Band tables ------------------------------------------------------------------------------------
@@ -279,8 +270,9 @@ TEST(Mp3ScaleFactorTables, LowRateLengthsFollowTheStandardsArithmetic)
 
 TEST(Mp3ScaleFactorTables, BandCountsCoverEveryBlockKind)
 {
-    // Long blocks have 21 bands, short ones 12 x 3, mixed ones 6 long and 9 x 3 short.
-    const int totals[3] = { 21, 36, 33 };
+    // Long blocks have 21 bands, short ones 12 x 3, mixed ones 6 long and 9 x 3 short; the
+    // preemphasis adds 19 steps in all, from band 11 on.
+    const int totals[3] = {21, 36, 33};
     for (int kind = 0; kind < 3; ++kind)
         for (int table = 0; table < 6; ++table)
         {
@@ -291,32 +283,22 @@ TEST(Mp3ScaleFactorTables, BandCountsCoverEveryBlockKind)
     for (int band = 0; band < 22; ++band)
     {
         pretabSum += Mp3Tables::pretab[band];
+        EXPECT_EQ(Mp3Tables::pretab[band] != 0, band >= 11 && band < 21) << band;
         EXPECT_EQ(Mp3Tables::pretabZero[band], 0);
     }
     EXPECT_EQ(pretabSum, 19);
-    EXPECT_EQ(Mp3Tables::pretab[11], 1);
-    EXPECT_EQ(Mp3Tables::pretab[21], 0);
-    EXPECT_EQ(Mp3Tables::scaleFactorLengths[4][0], 3);
-    EXPECT_EQ(Mp3Tables::scaleFactorLengths[4][1], 0);
-    EXPECT_EQ(Mp3Tables::scaleFactorLengths[15][0], 4);
-    EXPECT_EQ(Mp3Tables::scaleFactorLengths[15][1], 3);
 }
 
 // Derived factors --------------------------------------------------------------------------------
 
 TEST(Mp3FactorTables, PowersAndGains)
 {
-    EXPECT_EQ(tables.powerTable[0], 0.0f);
-    EXPECT_EQ(tables.powerTable[1], 1.0f);
-    EXPECT_EQ(tables.powerTable[8], 16.0f);
-    EXPECT_EQ(tables.powerTable[27], 81.0f);
-    EXPECT_EQ(tables.powerTable[4096], 65536.0f);
-    EXPECT_FLOAT_EQ(tables.powerTable[8206], float(std::cbrt(8206.0) * 8206.0));
-    EXPECT_EQ(tables.gainTable[46], 1.0f);  // global_gain 210
-    EXPECT_EQ(tables.gainTable[42], 2.0f);
-    EXPECT_EQ(tables.gainTable[50], 0.5f);
-    EXPECT_EQ(tables.gainTable[0], float(std::sqrt(std::ldexp(1.0, 23))));
-    EXPECT_FLOAT_EQ(tables.gainTable[377], float(std::pow(2.0, -331 / 4.0)));
+    // Entry i of the power table is i^(4/3); entry i of the gain table 2^((46 - i) / 4), so
+    // that global_gain 210 (entry 46) is unity.
+    for (int i : {0, 1, 8, 27, 4096, 8206})
+        EXPECT_FLOAT_EQ(tables.powerTable[i], float(std::cbrt(double(i)) * i)) << i;
+    for (int i : {0, 42, 46, 50, 377})
+        EXPECT_FLOAT_EQ(tables.gainTable[i], float(std::pow(2.0, (46 - i) / 4.0))) << i;
 }
 
 TEST(Mp3FactorTables, AntialiasButterfliesAreRotations)
@@ -329,6 +311,28 @@ TEST(Mp3FactorTables, AntialiasButterfliesAreRotations)
     }
     EXPECT_NEAR(tables.antialiasCa[0] / tables.antialiasCs[0], -0.6, 1e-6);
     EXPECT_NEAR(tables.antialiasCa[7] / tables.antialiasCs[7], -0.0037, 1e-7);
+}
+
+// Layer II allocation tables ----------------------------------------------------------------------
+
+TEST(Layer2AllocationTables, ChosenByBitrateAChannelAndRate)
+{
+    // MPEG-1: up to 48 kbit/s a channel table c, at 32 kHz d; 56 to 80 table a; more, free
+    // format and the forbidden index table b, at 48 kHz a. The low rates have one table.
+    const int bitrates[16] = {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384, 0};
+    Mp3FrameHeader header;
+    for (header.sampleRateIndex = 0; header.sampleRateIndex < 9; ++header.sampleRateIndex)
+        for (header.numChannels = 1; header.numChannels <= 2; ++header.numChannels)
+            for (header.bitrateIndex = 0; header.bitrateIndex < 16; ++header.bitrateIndex)
+            {
+                header.lowSampleRate = header.sampleRateIndex >= 3 ? 1 : 0;
+                const int perChannel = bitrates[header.bitrateIndex] / header.numChannels;
+                const int rate = header.sampleRateIndex;
+                const int expected = rate >= 3 ? 4
+                                     : perChannel == 0 || perChannel >= 96 ? (rate == 1 ? 0 : 1)
+                                     : perChannel >= 56 ? 0 : (rate == 2 ? 3 : 2);
+                EXPECT_EQ(ChooseLayer2AllocationTable(header), expected) << rate << " " << header.numChannels << " " << header.bitrateIndex;
+            }
 }
 
 } // namespace
