@@ -21,7 +21,11 @@ namespace kvo
 namespace
 {
 
-const Mp3Tables& tables = GetMp3Tables();
+/** Built on first use within a test, so that a fault in the building fails the tests, not their listing. */
+const Mp3Tables& Tables()
+{
+    return GetMp3Tables();
+}
 
 constexpr int codedTables[] = { 1, 2, 3, 5, 6, 7, 8, 9, 10, 11, 12, 13, 15, 16, 24, mp3Count1TableA, mp3Count1TableB };
 
@@ -54,9 +58,9 @@ std::vector<CodeWord> Words(int table)
 
 const int16_t* Tree(int table)
 {
-    return table == mp3Count1TableA   ? tables.count1Trees[0]
-           : table == mp3Count1TableB ? tables.count1Trees[1]
-                                      : tables.huffmanTables[table].tree;
+    return table == mp3Count1TableA   ? Tables().count1Trees[0]
+           : table == mp3Count1TableB ? Tables().count1Trees[1]
+                                      : Tables().huffmanTables[table].tree;
 }
 
 /** Walks tree with bits as the walk's rule says; returns the leaf, or -1 if the bits end first. */
@@ -93,7 +97,7 @@ TEST(Mp3HuffmanTables, EveryTreeIsACompletePrefixCodeOfItsList)
     // A Kraft sum of exactly 1, every word walking to its own leaf with no bit left over, and a
     // tree of 2n - 1 entries for n words together make each tree a complete prefix code.
     const int sizes[] = { 2, 3, 3, 4, 4, 6, 6, 6, 8, 8, 8, 16, 16, 16, 16, 4, 4 };
-    const int16_t* storageEnd = tables.huffmanStorage;
+    const int16_t* storageEnd = Tables().huffmanStorage;
     for (size_t t = 0; t < std::size(codedTables); ++t)
     {
         const int table = codedTables[t];
@@ -121,7 +125,7 @@ TEST(Mp3HuffmanTables, EveryTreeIsACompletePrefixCodeOfItsList)
         EXPECT_EQ(deepest, int(longest)) << "table " << table;
         storageEnd = std::max(storageEnd, treeEnd);
     }
-    EXPECT_EQ(storageEnd - tables.huffmanStorage, Mp3Tables::huffmanStorageSize);
+    EXPECT_EQ(storageEnd - Tables().huffmanStorage, Mp3Tables::huffmanStorageSize);
     EXPECT_EQ(GetMp3HuffmanCodes(4).numRows, 0);
     EXPECT_EQ(GetMp3HuffmanCodes(14).numRows, 0);
 }
@@ -131,9 +135,9 @@ TEST(Mp3HuffmanTables, SpotWordsOfTheStandardTables)
     // The shortest and longest words of a few tables, as the standard prints them.
     struct Spot { const int16_t* tree; const char* bits; int value; };
     const Spot spots[] = {
-        {tables.huffmanTables[1].tree, "001", 0x01},  {tables.huffmanTables[7].tree, "0000000000", 0x55},
-        {tables.huffmanTables[13].tree, "0000000000000001", 0xFF}, {tables.huffmanTables[16].tree, "000010001", 0x0F},
-        {tables.huffmanTables[24].tree, "0011", 0xFF}, {tables.count1Trees[0], "000001", 15}, {tables.count1Trees[1], "1111", 0},
+        {Tables().huffmanTables[1].tree, "001", 0x01},  {Tables().huffmanTables[7].tree, "0000000000", 0x55},
+        {Tables().huffmanTables[13].tree, "0000000000000001", 0xFF}, {Tables().huffmanTables[16].tree, "000010001", 0x0F},
+        {Tables().huffmanTables[24].tree, "0011", 0xFF}, {Tables().count1Trees[0], "000001", 15}, {Tables().count1Trees[1], "1111", 0},
     };
     for (const Spot& spot : spots)
     {
@@ -194,12 +198,12 @@ TEST(Mp3BandTables, LongAndShortMapsWriteEveryLineOnce)
     {
         for (int kind : { 1, 2 })
         {
-            const std::vector<int> hits = Coverage(tables.bandMaps[row][kind]);
+            const std::vector<int> hits = Coverage(Tables().bandMaps[row][kind]);
             for (int line = 0; line < 576; ++line)
                 EXPECT_EQ(hits[size_t(line)], 1) << "row " << row << " map " << kind << " line " << line;
         }
-        EXPECT_EQ(tables.bandMaps[row][2].numRecords, 22);
-        EXPECT_EQ(tables.bandMaps[row][1].numRecords, 39);
+        EXPECT_EQ(Tables().bandMaps[row][2].numRecords, 22);
+        EXPECT_EQ(Tables().bandMaps[row][1].numRecords, 39);
     }
 }
 
@@ -207,7 +211,7 @@ TEST(Mp3BandTables, MixedMapsStartShortBandsAfterEightLongOnes)
 {
     for (int row = 0; row < 9; ++row)
     {
-        const Mp3BandMap& map = tables.bandMaps[row][0];
+        const Mp3BandMap& map = Tables().bandMaps[row][0];
         for (int band = 0; band < 8; ++band)
         {
             EXPECT_EQ(map.records[band].window, 3);
@@ -254,18 +258,18 @@ void ExpectLengths(uint16_t word, Lengths expected, int index)
 TEST(Mp3ScaleFactorTables, LowRateLengthsFollowTheStandardsArithmetic)
 {
     for (int c = 0; c < 400; ++c)
-        ExpectLengths(tables.lowRateLengths[c], { { (c >> 4) / 5, (c >> 4) % 5, (c % 16) >> 2, c % 4 }, 0, false }, c);
+        ExpectLengths(Tables().lowRateLengths[c], { { (c >> 4) / 5, (c >> 4) % 5, (c % 16) >> 2, c % 4 }, 0, false }, c);
     for (int c = 400; c < 500; ++c)
-        ExpectLengths(tables.lowRateLengths[c], { { ((c - 400) >> 2) / 5, ((c - 400) >> 2) % 5, (c - 400) % 4, 0 }, 1, false }, c);
+        ExpectLengths(Tables().lowRateLengths[c], { { ((c - 400) >> 2) / 5, ((c - 400) >> 2) % 5, (c - 400) % 4, 0 }, 1, false }, c);
     for (int c = 500; c < 512; ++c)
-        ExpectLengths(tables.lowRateLengths[c], { { (c - 500) / 3, (c - 500) % 3, 0, 0 }, 2, true }, c);
+        ExpectLengths(Tables().lowRateLengths[c], { { (c - 500) / 3, (c - 500) % 3, 0, 0 }, 2, true }, c);
     for (int c = 0; c < 180; ++c)
-        ExpectLengths(tables.lowRateLengthsIntensity[c], { { c / 36, (c % 36) / 6, (c % 36) % 6, 0 }, 3, false }, c);
+        ExpectLengths(Tables().lowRateLengthsIntensity[c], { { c / 36, (c % 36) / 6, (c % 36) % 6, 0 }, 3, false }, c);
     for (int c = 180; c < 244; ++c)
-        ExpectLengths(tables.lowRateLengthsIntensity[c],
+        ExpectLengths(Tables().lowRateLengthsIntensity[c],
                       { { ((c - 180) % 64) >> 4, ((c - 180) % 16) >> 2, (c - 180) % 4, 0 }, 4, false }, c);
     for (int c = 244; c < 256; ++c)
-        ExpectLengths(tables.lowRateLengthsIntensity[c], { { (c - 244) / 3, (c - 244) % 3, 0, 0 }, 5, false }, c);
+        ExpectLengths(Tables().lowRateLengthsIntensity[c], { { (c - 244) / 3, (c - 244) % 3, 0, 0 }, 5, false }, c);
 }
 
 TEST(Mp3ScaleFactorTables, BandCountsCoverEveryBlockKind)
@@ -296,21 +300,21 @@ TEST(Mp3FactorTables, PowersAndGains)
     // Entry i of the power table is i^(4/3); entry i of the gain table 2^((46 - i) / 4), so
     // that global_gain 210 (entry 46) is unity.
     for (int i : {0, 1, 8, 27, 4096, 8206})
-        EXPECT_FLOAT_EQ(tables.powerTable[i], float(std::cbrt(double(i)) * i)) << i;
+        EXPECT_FLOAT_EQ(Tables().powerTable[i], float(std::cbrt(double(i)) * i)) << i;
     for (int i : {0, 42, 46, 50, 377})
-        EXPECT_FLOAT_EQ(tables.gainTable[i], float(std::pow(2.0, (46 - i) / 4.0))) << i;
+        EXPECT_FLOAT_EQ(Tables().gainTable[i], float(std::pow(2.0, (46 - i) / 4.0))) << i;
 }
 
 TEST(Mp3FactorTables, AntialiasButterfliesAreRotations)
 {
     for (int i = 0; i < 8; ++i)
     {
-        EXPECT_NEAR(double(tables.antialiasCs[i]) * tables.antialiasCs[i] + double(tables.antialiasCa[i]) * tables.antialiasCa[i],
+        EXPECT_NEAR(double(Tables().antialiasCs[i]) * Tables().antialiasCs[i] + double(Tables().antialiasCa[i]) * Tables().antialiasCa[i],
                     1.0, 1e-6);
-        EXPECT_LT(tables.antialiasCa[i], 0.0f);
+        EXPECT_LT(Tables().antialiasCa[i], 0.0f);
     }
-    EXPECT_NEAR(tables.antialiasCa[0] / tables.antialiasCs[0], -0.6, 1e-6);
-    EXPECT_NEAR(tables.antialiasCa[7] / tables.antialiasCs[7], -0.0037, 1e-7);
+    EXPECT_NEAR(Tables().antialiasCa[0] / Tables().antialiasCs[0], -0.6, 1e-6);
+    EXPECT_NEAR(Tables().antialiasCa[7] / Tables().antialiasCs[7], -0.0037, 1e-7);
 }
 
 // Layer II allocation tables ----------------------------------------------------------------------
