@@ -1,7 +1,8 @@
 // MPEG audio decodes against mpg123's: every fixture of data/mp3 (lame, Layer III) and
 // data/mp2 (twolame and ffmpeg, Layer II; frames written by make_allocations.py through every
-// allocation of each Layer II table, and Layer I) is a row. Then the damaged codes that no
-// encoder writes, in frames built here.
+// allocation of each Layer II table, and Layer I) is a row. Then what no file reaches:
+// damaged codes in frames built here, header words, and parts of the decoder the tool never
+// drives to their edges.
 
 #include <cstdio>
 #include <iterator>
@@ -105,8 +106,8 @@ TEST_P(MpegFixtureTest, MatchesItsReferenceDecode)
         EXPECT_TRUE(AllZero(channel, decodable));
 }
 
-INSTANTIATE_TEST_SUITE_P(Fixtures, MpegFixtureTest, ::testing::ValuesIn(fixtures), [](const auto& info) {
-    std::string name = info.param.file;
+INSTANTIATE_TEST_SUITE_P(Fixtures, MpegFixtureTest, ::testing::ValuesIn(fixtures), [](const auto& row) {
+    std::string name = row.param.file;
     name = name.substr(4, name.rfind('.') - 4);
     for (char& c : name)
         c = c == '-' ? '_' : c;
