@@ -262,22 +262,35 @@ TEST(MpegDecoderParts, RegionCountsPastTheTableEndAtItsLastBoundary)
     EXPECT_EQ(info.region2Start, 288u);
 }
 
-TEST(MpegDecoderParts, LowRateIntensityPositionsPastTheTablesLeaveTheBand)
+TEST(MpegDecoderParts, IntensityPositionsThatAreNoneLeaveTheirBand)
 {
-    // The intensity channel of the low rates may carry 5-bit scale factors: 31 is no position.
-    float left[576], right[576];
-    std::fill(std::begin(left), std::end(left), 1.0f);
-    std::fill(std::begin(right), std::end(right), 0.0f);
-    int32_t scaleFactors[39];
-    std::fill(std::begin(scaleFactors), std::end(scaleFactors), 31);
-    scaleFactors[3] = 2;
-    Mp3GranuleInfo info;
-    info.scalefac_compress = 1;
-    applyIntensity(left, right, scaleFactors, info, 3, true, 1);
-    const int16_t* bounds = Mp3Tables::bandTable[3] + Mp3Tables::longBoundaries;
-    const float expected = GetMp3Tables().intensityLowRight[1][1][2];
-    for (int32_t line = 0; line < 576; ++line)
-        ASSERT_EQ(right[line], line >= bounds[3] && line < bounds[4] ? expected : 0.0f) << line;
+    // Position 7, and at the low rates 5-bit scale factors past the tables (31), mark bands
+    // coded as they stand; the one band at position 2 takes the table's factors. Long blocks
+    // start at the right channel's first silent band, here 10 at 44.1 kHz and 0 at 22.05.
+    const Mp3Tables& tables = GetMp3Tables();
+    struct Case { int32_t rateIndex; int32_t lowRate; int32_t none; int32_t first; int32_t band; float left; float right; };
+    const Case cases[] = {{0, 0, 7, 10, 12, tables.intensityLeft[0][2], tables.intensityRight[0][2]},
+                          {3, 1, 31, 0, 3, tables.intensityLowLeft[0][1][2], tables.intensityLowRight[0][1][2]}};
+    for (const Case& c : cases)
+    {
+        float left[576], right[576];
+        std::fill(std::begin(left), std::end(left), 1.0f);
+        std::fill(std::begin(right), std::end(right), 0.5f);
+        int32_t scaleFactors[39];
+        std::fill(std::begin(scaleFactors), std::end(scaleFactors), c.none);
+        scaleFactors[c.band] = 2;
+        Mp3GranuleInfo info;
+        info.scalefac_compress = 1;
+        info.maxBand[3] = c.first;
+        applyIntensity(left, right, scaleFactors, info, c.rateIndex, false, c.lowRate);
+        const int16_t* bounds = Mp3Tables::bandTable[c.rateIndex] + Mp3Tables::longBoundaries;
+        for (int32_t line = 0; line < 576; ++line)
+        {
+            const bool inBand = line >= bounds[c.band] && line < bounds[c.band + 1];
+            ASSERT_EQ(left[line], inBand ? c.left : 1.0f) << c.rateIndex << " " << line;
+            ASSERT_EQ(right[line], inBand ? c.right : 0.5f) << c.rateIndex << " " << line;
+        }
+    }
 }
 
 } // namespace
