@@ -160,7 +160,7 @@ TEST(MpegHeaders, FieldsAndFrameSizes)
         {0xFFE38800, 3, 1, true, 8, 2, false, 572},  {0xFFEB8800, 3, 1, true, 8, 2, false, 572},
         {0xFFFB0000, 3, 0, false, 0, 2, false, 0},   {0xFFFF4000, 1, 0, false, 0, 2, false, 132},
         {0xFFFF4200, 1, 0, false, 0, 2, false, 136}, {0xFFFD8000, 2, 0, false, 0, 2, false, 413},
-        {0xFFF58000, 2, 1, false, 3, 2, false, 413},
+        {0xFFFD8200, 2, 0, false, 0, 2, false, 414}, {0xFFF58000, 2, 1, false, 3, 2, false, 413},
     };
     for (const Case& c : cases)
     {
