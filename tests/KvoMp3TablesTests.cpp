@@ -1,4 +1,6 @@
-// The MPEG audio decoder's tables: Huffman trees against the code lists, band tables, derived factors.
+// The MPEG audio decoder's tables, each by its rule: Huffman trees against the code lists,
+// band tables, scale factor lengths, derived factors, and the choice of Layer II allocation
+// table. The entries themselves are proven by the decodes of the fixtures.
 
 #include <gtest/gtest.h>
 
@@ -11,6 +13,7 @@
 #include <vector>
 
 #include "audiofiles/KvoMp3HuffmanCodes.h"
+#include "audiofiles/KvoMp3Layer12.h"
 #include "audiofiles/KvoMp3Tables.h"
 
 namespace kvo
@@ -18,7 +21,11 @@ namespace kvo
 namespace
 {
 
-const Mp3Tables& tables = GetMp3Tables();
+/** Built on first use within a test, so that a fault in the building fails the tests, not their listing. */
+const Mp3Tables& Tables()
+{
+    return GetMp3Tables();
+}
 
 constexpr int codedTables[] = { 1, 2, 3, 5, 6, 7, 8, 9, 10, 11, 12, 13, 15, 16, 24, mp3Count1TableA, mp3Count1TableB };
 
@@ -51,9 +58,9 @@ std::vector<CodeWord> Words(int table)
 
 const int16_t* Tree(int table)
 {
-    return table == mp3Count1TableA   ? tables.count1Trees[0]
-           : table == mp3Count1TableB ? tables.count1Trees[1]
-                                      : tables.huffmanTables[table].tree;
+    return table == mp3Count1TableA   ? Tables().count1Trees[0]
+           : table == mp3Count1TableB ? Tables().count1Trees[1]
+                                      : Tables().huffmanTables[table].tree;
 }
 
 /** Walks tree with bits as the walk's rule says; returns the leaf, or -1 if the bits end first. */
@@ -90,7 +97,7 @@ TEST(Mp3HuffmanTables, EveryTreeIsACompletePrefixCodeOfItsList)
     // A Kraft sum of exactly 1, every word walking to its own leaf with no bit left over, and a
     // tree of 2n - 1 entries for n words together make each tree a complete prefix code.
     const int sizes[] = { 2, 3, 3, 4, 4, 6, 6, 6, 8, 8, 8, 16, 16, 16, 16, 4, 4 };
-    const int16_t* storageEnd = tables.huffmanStorage;
+    const int16_t* storageEnd = Tables().huffmanStorage;
     for (size_t t = 0; t < std::size(codedTables); ++t)
     {
         const int table = codedTables[t];
@@ -112,7 +119,7 @@ TEST(Mp3HuffmanTables, EveryTreeIsACompletePrefixCodeOfItsList)
             const int prefix = std::stoi(word.bits.substr(0, head), nullptr, 2) << (mp3LookupBits - head);
             for (int tail = 0; tail < 1 << (mp3LookupBits - head); ++tail)
             {
-                const Mp3HuffmanLookup& entry = tables.huffmanLookups[table][prefix | tail];
+                const Mp3HuffmanLookup& entry = Tables().huffmanLookups[table][prefix | tail];
                 const int leaf = entry.isLeaf ? entry.value : Walk(Tree(table) + entry.value, word.bits.substr(head), used);
                 EXPECT_TRUE(leaf == word.value && entry.length == head) << "table " << table << " word " << word.bits;
             }
@@ -127,37 +134,25 @@ TEST(Mp3HuffmanTables, EveryTreeIsACompletePrefixCodeOfItsList)
         EXPECT_EQ(deepest, int(longest)) << "table " << table;
         storageEnd = std::max(storageEnd, treeEnd);
     }
-    EXPECT_EQ(storageEnd - tables.huffmanStorage, Mp3Tables::huffmanStorageSize);
+    EXPECT_EQ(storageEnd - Tables().huffmanStorage, Mp3Tables::huffmanStorageSize);
     EXPECT_EQ(GetMp3HuffmanCodes(4).numRows, 0);
     EXPECT_EQ(GetMp3HuffmanCodes(14).numRows, 0);
 }
 
 TEST(Mp3HuffmanTables, SpotWordsOfTheStandardTables)
 {
-    struct Spot
-    {
-        int table;
-        const char* bits;
-        int x;
-        int y;
-    };
+    // The shortest and longest words of a few tables, as the standard prints them.
+    struct Spot { const int16_t* tree; const char* bits; int value; };
     const Spot spots[] = {
-        { 1, "1", 0, 0 },         { 1, "001", 0, 1 },        { 1, "01", 1, 0 },           { 1, "000", 1, 1 },
-        { 2, "000000", 2, 2 },    { 6, "111", 0, 0 },        { 7, "0000000000", 5, 5 },   { 13, "1", 0, 0 },
-        { 13, "0000000000000001", 15, 15 },                  { 15, "111", 0, 0 },         { 16, "00000011", 15, 15 },
-        { 16, "000010001", 0, 15 }, { 24, "1111", 0, 0 },    { 24, "0011", 15, 15 },
+        {Tables().huffmanTables[1].tree, "001", 0x01},  {Tables().huffmanTables[7].tree, "0000000000", 0x55},
+        {Tables().huffmanTables[13].tree, "0000000000000001", 0xFF}, {Tables().huffmanTables[16].tree, "000010001", 0x0F},
+        {Tables().huffmanTables[24].tree, "0011", 0xFF}, {Tables().count1Trees[0], "000001", 15}, {Tables().count1Trees[1], "1111", 0},
     };
     for (const Spot& spot : spots)
     {
         size_t used = 0;
-        EXPECT_EQ(Walk(tables.huffmanTables[spot.table].tree, spot.bits, used), spot.x << 4 | spot.y)
-            << "table " << spot.table << " word " << spot.bits;
+        EXPECT_EQ(Walk(spot.tree, spot.bits, used), spot.value) << spot.bits;
     }
-    size_t used = 0;
-    EXPECT_EQ(Walk(tables.count1Trees[0], "1", used), 0);
-    EXPECT_EQ(Walk(tables.count1Trees[0], "000001", used), 15);
-    EXPECT_EQ(Walk(tables.count1Trees[1], "0000", used), 15);
-    EXPECT_EQ(Walk(tables.count1Trees[1], "1111", used), 0);
 }
 
 // Band tables ------------------------------------------------------------------------------------
@@ -212,12 +207,12 @@ TEST(Mp3BandTables, LongAndShortMapsWriteEveryLineOnce)
     {
         for (int kind : { 1, 2 })
         {
-            const std::vector<int> hits = Coverage(tables.bandMaps[row][kind]);
+            const std::vector<int> hits = Coverage(Tables().bandMaps[row][kind]);
             for (int line = 0; line < 576; ++line)
                 EXPECT_EQ(hits[size_t(line)], 1) << "row " << row << " map " << kind << " line " << line;
         }
-        EXPECT_EQ(tables.bandMaps[row][2].numRecords, 22);
-        EXPECT_EQ(tables.bandMaps[row][1].numRecords, 39);
+        EXPECT_EQ(Tables().bandMaps[row][2].numRecords, 22);
+        EXPECT_EQ(Tables().bandMaps[row][1].numRecords, 39);
     }
 }
 
@@ -225,7 +220,7 @@ TEST(Mp3BandTables, MixedMapsStartShortBandsAfterEightLongOnes)
 {
     for (int row = 0; row < 9; ++row)
     {
-        const Mp3BandMap& map = tables.bandMaps[row][0];
+        const Mp3BandMap& map = Tables().bandMaps[row][0];
         for (int band = 0; band < 8; ++band)
         {
             EXPECT_EQ(map.records[band].window, 3);
@@ -272,24 +267,25 @@ void ExpectLengths(uint16_t word, Lengths expected, int index)
 TEST(Mp3ScaleFactorTables, LowRateLengthsFollowTheStandardsArithmetic)
 {
     for (int c = 0; c < 400; ++c)
-        ExpectLengths(tables.lowRateLengths[c], { { (c >> 4) / 5, (c >> 4) % 5, (c % 16) >> 2, c % 4 }, 0, false }, c);
+        ExpectLengths(Tables().lowRateLengths[c], { { (c >> 4) / 5, (c >> 4) % 5, (c % 16) >> 2, c % 4 }, 0, false }, c);
     for (int c = 400; c < 500; ++c)
-        ExpectLengths(tables.lowRateLengths[c], { { ((c - 400) >> 2) / 5, ((c - 400) >> 2) % 5, (c - 400) % 4, 0 }, 1, false }, c);
+        ExpectLengths(Tables().lowRateLengths[c], { { ((c - 400) >> 2) / 5, ((c - 400) >> 2) % 5, (c - 400) % 4, 0 }, 1, false }, c);
     for (int c = 500; c < 512; ++c)
-        ExpectLengths(tables.lowRateLengths[c], { { (c - 500) / 3, (c - 500) % 3, 0, 0 }, 2, true }, c);
+        ExpectLengths(Tables().lowRateLengths[c], { { (c - 500) / 3, (c - 500) % 3, 0, 0 }, 2, true }, c);
     for (int c = 0; c < 180; ++c)
-        ExpectLengths(tables.lowRateLengthsIntensity[c], { { c / 36, (c % 36) / 6, (c % 36) % 6, 0 }, 3, false }, c);
+        ExpectLengths(Tables().lowRateLengthsIntensity[c], { { c / 36, (c % 36) / 6, (c % 36) % 6, 0 }, 3, false }, c);
     for (int c = 180; c < 244; ++c)
-        ExpectLengths(tables.lowRateLengthsIntensity[c],
+        ExpectLengths(Tables().lowRateLengthsIntensity[c],
                       { { ((c - 180) % 64) >> 4, ((c - 180) % 16) >> 2, (c - 180) % 4, 0 }, 4, false }, c);
     for (int c = 244; c < 256; ++c)
-        ExpectLengths(tables.lowRateLengthsIntensity[c], { { (c - 244) / 3, (c - 244) % 3, 0, 0 }, 5, false }, c);
+        ExpectLengths(Tables().lowRateLengthsIntensity[c], { { (c - 244) / 3, (c - 244) % 3, 0, 0 }, 5, false }, c);
 }
 
 TEST(Mp3ScaleFactorTables, BandCountsCoverEveryBlockKind)
 {
-    // Long blocks have 21 bands, short ones 12 x 3, mixed ones 6 long and 9 x 3 short.
-    const int totals[3] = { 21, 36, 33 };
+    // Long blocks have 21 bands, short ones 12 x 3, mixed ones 6 long and 9 x 3 short; the
+    // preemphasis adds 19 steps in all, from band 11 on.
+    const int totals[3] = {21, 36, 33};
     for (int kind = 0; kind < 3; ++kind)
         for (int table = 0; table < 6; ++table)
         {
@@ -300,44 +296,56 @@ TEST(Mp3ScaleFactorTables, BandCountsCoverEveryBlockKind)
     for (int band = 0; band < 22; ++band)
     {
         pretabSum += Mp3Tables::pretab[band];
+        EXPECT_EQ(Mp3Tables::pretab[band] != 0, band >= 11 && band < 21) << band;
         EXPECT_EQ(Mp3Tables::pretabZero[band], 0);
     }
     EXPECT_EQ(pretabSum, 19);
-    EXPECT_EQ(Mp3Tables::pretab[11], 1);
-    EXPECT_EQ(Mp3Tables::pretab[21], 0);
-    EXPECT_EQ(Mp3Tables::scaleFactorLengths[4][0], 3);
-    EXPECT_EQ(Mp3Tables::scaleFactorLengths[4][1], 0);
-    EXPECT_EQ(Mp3Tables::scaleFactorLengths[15][0], 4);
-    EXPECT_EQ(Mp3Tables::scaleFactorLengths[15][1], 3);
 }
 
 // Derived factors --------------------------------------------------------------------------------
 
 TEST(Mp3FactorTables, PowersAndGains)
 {
-    EXPECT_EQ(tables.powerTable[0], 0.0f);
-    EXPECT_EQ(tables.powerTable[1], 1.0f);
-    EXPECT_EQ(tables.powerTable[8], 16.0f);
-    EXPECT_EQ(tables.powerTable[27], 81.0f);
-    EXPECT_EQ(tables.powerTable[4096], 65536.0f);
-    EXPECT_FLOAT_EQ(tables.powerTable[8206], float(std::cbrt(8206.0) * 8206.0));
-    EXPECT_EQ(tables.gainTable[46], 1.0f);  // global_gain 210
-    EXPECT_EQ(tables.gainTable[42], 2.0f);
-    EXPECT_EQ(tables.gainTable[50], 0.5f);
-    EXPECT_EQ(tables.gainTable[0], float(std::sqrt(std::ldexp(1.0, 23))));
-    EXPECT_FLOAT_EQ(tables.gainTable[377], float(std::pow(2.0, -331 / 4.0)));
+    // Entry i of the power table is i^(4/3); entry i of the gain table 2^((46 - i) / 4), so
+    // that global_gain 210 (entry 46) is unity.
+    for (int i : {0, 1, 8, 27, 4096, 8206})
+        EXPECT_FLOAT_EQ(Tables().powerTable[i], float(std::cbrt(double(i)) * i)) << i;
+    for (int i : {0, 42, 46, 50, 377})
+        EXPECT_FLOAT_EQ(Tables().gainTable[i], float(std::pow(2.0, (46 - i) / 4.0))) << i;
 }
 
 TEST(Mp3FactorTables, AntialiasButterfliesAreRotations)
 {
     for (int i = 0; i < 8; ++i)
     {
-        EXPECT_NEAR(double(tables.antialiasCs[i]) * tables.antialiasCs[i] + double(tables.antialiasCa[i]) * tables.antialiasCa[i],
+        EXPECT_NEAR(double(Tables().antialiasCs[i]) * Tables().antialiasCs[i] + double(Tables().antialiasCa[i]) * Tables().antialiasCa[i],
                     1.0, 1e-6);
-        EXPECT_LT(tables.antialiasCa[i], 0.0f);
+        EXPECT_LT(Tables().antialiasCa[i], 0.0f);
     }
-    EXPECT_NEAR(tables.antialiasCa[0] / tables.antialiasCs[0], -0.6, 1e-6);
-    EXPECT_NEAR(tables.antialiasCa[7] / tables.antialiasCs[7], -0.0037, 1e-7);
+    EXPECT_NEAR(Tables().antialiasCa[0] / Tables().antialiasCs[0], -0.6, 1e-6);
+    EXPECT_NEAR(Tables().antialiasCa[7] / Tables().antialiasCs[7], -0.0037, 1e-7);
+}
+
+// Layer II allocation tables ----------------------------------------------------------------------
+
+TEST(Layer2AllocationTables, ChosenByBitrateAChannelAndRate)
+{
+    // MPEG-1: up to 48 kbit/s a channel table c, at 32 kHz d; 56 to 80 table a; more, free
+    // format and the forbidden index table b, at 48 kHz a. The low rates have one table.
+    const int bitrates[16] = {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384, 0};
+    Mp3FrameHeader header;
+    for (header.sampleRateIndex = 0; header.sampleRateIndex < 9; ++header.sampleRateIndex)
+        for (header.numChannels = 1; header.numChannels <= 2; ++header.numChannels)
+            for (header.bitrateIndex = 0; header.bitrateIndex < 16; ++header.bitrateIndex)
+            {
+                header.lowSampleRate = header.sampleRateIndex >= 3 ? 1 : 0;
+                const int perChannel = bitrates[header.bitrateIndex] / header.numChannels;
+                const int rate = header.sampleRateIndex;
+                const int expected = rate >= 3 ? 4
+                                     : perChannel == 0 || perChannel >= 96 ? (rate == 1 ? 0 : 1)
+                                     : perChannel >= 56 ? 0 : (rate == 2 ? 3 : 2);
+                EXPECT_EQ(ChooseLayer2AllocationTable(header), expected) << rate << " " << header.numChannels << " " << header.bitrateIndex;
+            }
 }
 
 } // namespace

@@ -12,7 +12,8 @@ Usage: make_allocations.py TABLE OUTPUT.mp2, TABLE one of a, b, c, d, lsf.
 
 With TABLE layer1-mono or layer1-joint it writes Layer I frames instead (no encoder at hand
 writes Layer I): random allocations of 1 to 14 as far as the frame's bits go, in mono, or
-in stereo frames whose joint stereo bound runs through 4, 8, 12 and 16 and then plain stereo.
+in stereo frames whose joint stereo bound runs through 4, 8, 12 and 16 and then plain stereo;
+with layer1-44k, dual channel and stereo frames at 44.1 kHz, some with the padding slot.
 """
 import random
 import sys
@@ -61,11 +62,17 @@ class Bits:
 def layer1(kind, output):
     rng = random.Random(kind)
     stream = b''
-    modes = [(3, 0)] * 6 if kind == 'layer1-mono' else [(1, 0), (1, 1), (1, 2), (1, 3), (0, 0), (1, 1)]
-    for mode, extension in modes:
+    # (mode, mode extension, padding): 32 kHz at 448 kbit/s makes 672-byte frames; 44.1 kHz
+    # at 384 kbit/s 416 bytes, or 420 with the padding slot.
+    rate, bitrate, slots = (2, 14, 168) if kind != 'layer1-44k' else (0, 12, 104)
+    modes = {'layer1-mono': [(3, 0, 0)] * 6,
+             'layer1-joint': [(1, 0, 0), (1, 1, 0), (1, 2, 0), (1, 3, 0), (0, 0, 0), (1, 1, 0)],
+             'layer1-44k': [(2, 0, 0), (2, 0, 1), (0, 0, 1), (2, 0, 0), (0, 0, 1), (2, 0, 1)]}[kind]
+    for mode, extension, padding in modes:
+        size = (slots + padding) * 4
         channels = 1 if mode == 3 else 2
         bound = extension * 4 + 4 if mode == 1 else 32
-        budget = 672 * 8 - 32 - 4 * (32 + min(bound, 32) * (channels - 1))
+        budget = size * 8 - 32 - 4 * (32 + min(bound, 32) * (channels - 1))
         allocation = [[0] * 32 for _ in range(2)]
         for sb in range(32):
             for ch in range(channels if sb < bound else 1):
@@ -78,9 +85,10 @@ def layer1(kind, output):
                 allocation[1][sb] = allocation[0][sb]
         w = Bits()
         w.put(0xFFFF, 16)  # MPEG-1 Layer I, no CRC
-        w.put(14, 4)  # 448 kbit/s
-        w.put(2, 2)  # 32 kHz: 672-byte frames
-        w.put(0, 2)
+        w.put(bitrate, 4)
+        w.put(rate, 2)
+        w.put(padding, 1)
+        w.put(0, 1)
         w.put(mode, 2)
         w.put(extension, 2)
         w.put(0, 4)
@@ -97,7 +105,7 @@ def layer1(kind, output):
                     a = allocation[ch][sb]
                     if a:
                         w.put(rng.randrange((1 << (a + 1)) - 1), a + 1)
-        stream += w.bytes(672)
+        stream += w.bytes(size)
     with open(output, 'wb') as f:
         f.write(stream)
 

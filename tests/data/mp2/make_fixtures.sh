@@ -59,8 +59,9 @@ ffmpeg_fixture  ff-stereo-24k-96      24000 2 0.20 96k
 
 # Every allocation of each of the five allocation tables, in frames written by
 # make_allocations.py; to keep them small, the references hold every 8th sample frame only.
-# Layer I frames from the same script, mono and joint stereo with every bound, likewise.
-for table in a b c d lsf layer1-mono layer1-joint; do
+# Layer I frames from the same script, mono, joint stereo with every bound, and dual channel
+# and stereo at 44.1 kHz with padding slots, likewise.
+for table in a b c d lsf layer1-mono layer1-joint layer1-44k; do
     name=alloc-$table width=8
     case $table in layer1-*) name=$table ;; esac
     case $table in *-mono) width=4 ;; esac

@@ -1,0 +1,142 @@
+// The MPEG audio part of the test kit: fixtures and their reference decodes, frames written
+// bit by bit, whole reads through a reader, and the accuracy bound of full-accuracy decoders.
+
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "KvoTestUtilities.h"
+#include "audiofiles/KvoAudioFileReader.h"
+#include "containers/KvoAudioBuffer.h"
+#include "core/KvoReportLine.h"
+
+namespace kvo::testing
+{
+
+/** A file of tests/data/mp3 or tests/data/mp2, named with its folder: "mp2/alloc-a.mp2". */
+inline std::string MpegData(const std::string& name)
+{
+    return std::string(KVO_TEST_DATA_DIR) + "/" + name;
+}
+
+/** A reference decode: mpg123's 32-bit floats, interleaved. */
+inline std::vector<float> ReadFloats(const std::string& path)
+{
+    const std::string bytes = ReadWholeFile(path);
+    std::vector<float> values(bytes.size() / sizeof(float));
+    std::memcpy(values.data(), bytes.data(), values.size() * sizeof(float));
+    return values;
+}
+
+/** Switches off the reports that exceptions print as they are made, while it lives. */
+class QuietConsole
+{
+public:
+    QuietConsole() { ConsoleTarget = 0; }
+    ~QuietConsole() { ConsoleTarget = saved; }
+    QuietConsole(const QuietConsole&) = delete;
+    QuietConsole& operator=(const QuietConsole&) = delete;
+
+private:
+    int saved = ConsoleTarget;
+};
+
+/** numSamples sample frames of every channel from start, and what readSamples returned. */
+struct ChannelRead
+{
+    std::vector<std::vector<float>> channels;
+    bool ok = false;
+};
+
+inline ChannelRead ReadChannels(AudioFileReader& reader, uint64_t start, uint64_t numSamples)
+{
+    AudioBuffer<float> buffer(reader.getNumChannels(), numSamples);
+    ChannelRead result;
+    result.ok = reader.readSamples(buffer, 0, numSamples, start);
+    for (uint32_t ch = 0; ch < reader.getNumChannels(); ++ch)
+        result.channels.emplace_back(buffer.GetReadPointer(ch), buffer.GetReadPointer(ch) + numSamples);
+    return result;
+}
+
+inline bool AllZero(const std::vector<float>& samples, size_t from = 0)
+{
+    return std::all_of(samples.begin() + int64_t(std::min(from, samples.size())), samples.end(),
+                       [](float s) { return s == 0.0f; });
+}
+
+/**
+    The accuracy limits of full-accuracy MPEG audio decoders (ISO/IEC 11172-4), relative to
+    full scale 1.0: an RMS difference below 2^-15 / sqrt(12) and none above 2^-14. The
+    reference is interleaved and holds every stride-th sample frame of the decode.
+*/
+struct Accuracy
+{
+    double rms = 0.0;
+    double max = 0.0;
+};
+
+inline Accuracy ExpectFullAccuracy(const std::vector<float>& reference, const ChannelRead& decoded, size_t stride = 1)
+{
+    const size_t channels = decoded.channels.size();
+    const size_t points = channels == 0 ? 0 : reference.size() / channels;
+    double sumSquares = 0.0;
+    Accuracy worst;
+    for (size_t i = 0; i < points; ++i)
+        for (size_t ch = 0; ch < channels; ++ch)
+        {
+            const double difference = std::abs(double(decoded.channels[ch].at(i * stride)) - reference[i * channels + ch]);
+            sumSquares += difference * difference;
+            worst.max = std::max(worst.max, difference);
+        }
+    worst.rms = points == 0 ? 0.0 : std::sqrt(sumSquares / double(points * channels));
+    EXPECT_GT(points, 0u);
+    EXPECT_LT(worst.rms, std::ldexp(1.0, -15) / std::sqrt(12.0));
+    EXPECT_LT(worst.max, std::ldexp(1.0, -14));
+    return worst;
+}
+
+/** Bits appended most significant first, as MPEG streams hold them. */
+struct BitWriter
+{
+    std::string bytes;
+    int32_t used = 0;
+
+    BitWriter& Put(uint32_t value, int32_t count)
+    {
+        for (int32_t i = count - 1; i >= 0; --i)
+        {
+            if (used % 8 == 0)
+                bytes.push_back('\0');
+            bytes.back() = char(uint8_t(bytes.back()) | ((value >> i) & 1) << (7 - used % 8));
+            ++used;
+        }
+        return *this;
+    }
+};
+
+/** The header word of an MPEG-1 frame without CRC: layer 1 to 3, bitrate and rate indices, mode. */
+inline BitWriter Mpeg1Header(int layer, int bitrateIndex, int rateIndex, int mode, int modeExtension = 0)
+{
+    BitWriter w;
+    w.Put(0xFFF, 12).Put(1, 1).Put(uint32_t(4 - layer), 2).Put(1, 1);
+    w.Put(uint32_t(bitrateIndex), 4).Put(uint32_t(rateIndex), 2).Put(0, 2);
+    w.Put(uint32_t(mode), 2).Put(uint32_t(modeExtension), 2).Put(0, 4);
+    return w;
+}
+
+/** A frame's bits padded with zeros to its size in bytes. */
+inline std::string Frame(BitWriter bits, size_t frameBytes)
+{
+    EXPECT_LE(bits.bytes.size(), frameBytes);
+    bits.bytes.resize(frameBytes, '\0');
+    return bits.bytes;
+}
+
+} // namespace kvo::testing
