@@ -4,6 +4,7 @@
 #     fuzz/run.sh [seconds per target, default 600] [target name ...]
 #
 # New inputs collect in build/fuzz/corpus/<target>; crashes land in build/fuzz/findings.
+# Seeds come from the test files and from fuzz/seeds/<target>.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -21,6 +22,18 @@ seeds_for() {
         KvoDbmdFuzzer) find tests/data -iname '*dbmd*' ;;
         *) ;;
     esac
+    [ -d "fuzz/seeds/$1" ] && find "fuzz/seeds/$1" -type f
+    return 0
+}
+
+# The longest input worth trying: what a user can type or list (a command line, an input list
+# or a destination of a few hundred KB) for the text targets, a few blocks for the file readers.
+max_len_for() {
+    case "$1" in
+        KvoCommandLineFuzzer | KvoInputListFuzzer | KvoDestinationFuzzer) echo 400000 ;;
+        KvoOscAddressFuzzer) echo 16384 ;;
+        *) echo 131072 ;;
+    esac
 }
 
 targets=("$@")
@@ -34,6 +47,6 @@ for target in "${targets[@]}"; do
     done < <(seeds_for "$target")
     echo "== $target: $seconds s =="
     "build/fuzz/fuzz/$target" "$corpus" -max_total_time="$seconds" -timeout=1 -rss_limit_mb=2048 \
-        -max_len=65536 -artifact_prefix="$root/build/fuzz/findings/$target-" -print_final_stats=1 2>&1 |
+        -max_len="$(max_len_for "$target")" -artifact_prefix="$root/build/fuzz/findings/$target-" -print_final_stats=1 2>&1 |
         grep -E '^(#[0-9]+.*(DONE|pulse)|stat::|==[0-9]+== ?ERROR|SUMMARY|Test unit written|Slowest unit)' || true
 done
