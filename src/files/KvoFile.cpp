@@ -90,7 +90,10 @@ bool isDirectoryPrefix(std::string& path, size_t length)
         && S_ISDIR(info.st_mode);
 }
 
-/** The length of the parent folder's path, as File::GetParentDirectory cuts it; length itself when there is none. */
+/**
+    The length of the parent folder's path within the first length bytes of path: up to the
+    last separator, or "/" for a name at the root; length itself when there is no separator.
+*/
 size_t parentPrefixLength(const std::string& path, size_t length)
 {
     const size_t last = length == 0 ? std::string::npos : path.rfind(separator, length - 1);
@@ -264,12 +267,8 @@ String File::GetFileName() const
 
 File File::GetParentDirectory() const
 {
-    const int64_t last = LastIndexOf(fullPath, separator);
-    if (last > 0)
-        return File(SubString(fullPath, 0, last), Unparsed {});
-    if (last == 0)
-        return File(String("/"), Unparsed {});
-    return *this;
+    const std::string& path = fullPath.GetStdString();
+    return File(String(path.substr(0, parentPrefixLength(path, path.size()))), Unparsed {});
 }
 
 bool File::HasFileExtension(const String& extensions) const
