@@ -30,11 +30,13 @@ seeds_for() {
 
 # The longest input worth trying: what a user can type or list (a command line, an input list
 # or a destination of a few hundred KB) for the text targets, a few blocks for the file readers.
-max_len_for() {
+# libFuzzer would otherwise grow lengths slowly from the seeds' sizes: the text targets try
+# long inputs from the start, since a typed line may be long and cheap to parse.
+length_options_for() {
     case "$1" in
-        KvoCommandLineFuzzer | KvoInputListFuzzer | KvoDestinationFuzzer) echo 400000 ;;
-        KvoOscAddressFuzzer) echo 16384 ;;
-        *) echo 131072 ;;
+        KvoCommandLineFuzzer | KvoInputListFuzzer | KvoDestinationFuzzer) echo "-max_len=400000 -len_control=0" ;;
+        KvoOscAddressFuzzer) echo "-max_len=16384" ;;
+        *) echo "-max_len=131072" ;;
     esac
 }
 
@@ -49,6 +51,6 @@ for target in "${targets[@]}"; do
     done < <(seeds_for "$target")
     echo "== $target: $seconds s =="
     "build/fuzz/fuzz/$target" "$corpus" -max_total_time="$seconds" -timeout="${FUZZ_TIMEOUT:-1}" -rss_limit_mb=2048 \
-        -max_len="$(max_len_for "$target")" -artifact_prefix="$root/build/fuzz/findings/$target-" -print_final_stats=1 2>&1 |
+        $(length_options_for "$target") -artifact_prefix="$root/build/fuzz/findings/$target-" -print_final_stats=1 2>&1 |
         grep -E '^(#[0-9]+.*(DONE|pulse)|stat::|==[0-9]+== ?ERROR|SUMMARY|Test unit written|Slowest unit)' || true
 done
