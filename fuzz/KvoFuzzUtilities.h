@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <ftw.h>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "audiofiles/KvoAudioFileReader.h"
@@ -19,14 +21,23 @@
 namespace kvo::fuzzing
 {
 
-/** A folder of this process's own, made once and left for the system to clean. */
+/** Removes path and everything below it, without following links. */
+inline void RemoveTree(const char* path)
+{
+    const auto remove = [](const char* each, const struct stat*, int, struct FTW*) { return ::remove(each); };
+    nftw(path, remove, 16, FTW_DEPTH | FTW_PHYS);
+}
+
+/** A folder of this process's own, made once and removed with all it holds when the process exits. */
 inline const std::string& ScratchFolder()
 {
+    // A plain array outlives every static object, so the exit handler can still name it.
+    static char path[] = "/tmp/kvo-fuzz-XXXXXX";
     static const std::string folder = [] {
-        std::string pattern = "/tmp/kvo-fuzz-XXXXXX";
-        if (mkdtemp(pattern.data()) == nullptr)
+        if (mkdtemp(path) == nullptr)
             std::abort();
-        return pattern;
+        std::atexit([] { RemoveTree(path); });
+        return std::string(path);
     }();
     return folder;
 }

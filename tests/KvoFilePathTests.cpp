@@ -185,6 +185,10 @@ TEST(FileOperations, CreateDirectoryMakesTheWholeChain)
 
     touch(folder / "plain");
     EXPECT_FALSE(File((folder / "plain/sub").c_str()).CreateDirectoryA()); // a file stands in the way
+    std::string levels; // tens of thousands of missing levels are walked without recursion
+    for (int i = 0; i < 30000; ++i)
+        levels += "/d";
+    EXPECT_FALSE(File((folder / "plain" + levels).c_str()).CreateDirectoryA());
 
     // "~nobody" stays relative text, and its parent is itself: the chain has nowhere to start.
     StreamCapture err(std::cerr);

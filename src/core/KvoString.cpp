@@ -494,47 +494,54 @@ String FormatDuration(double milliseconds)
 namespace
 {
 
-enum class WildcardOutcome
+bool wildcardByteMatches(char c, char x, bool insensitive)
 {
-    matched,
-    failedHere,      // this start fails; a later start of the enclosing star may still match
-    failedEverywhere // no later start of any enclosing star can match either
-};
+    return c == x || c == '?' || (insensitive && foldByte(c) == foldByte(x));
+}
 
-// p walks the zero-terminated pattern, t the zero-terminated text. The order of the tests
-// matters: a star is only tried against text that has not ended, so "a**" does not match
-// "a", and "?" never matches the end of the text.
+// p walks the zero-terminated pattern, t the zero-terminated text. A star is only tried
+// against text that has not ended, so "a**" does not match "a" while "a*" does, and "?" never
+// matches the end of the text: a run of stars that ends the pattern matches any rest when it
+// is one star long, and a rest of at least one byte when it is longer.
 //
-// When a star has tried every remaining start and failed, a later start of an earlier star
-// would only reach this star further on, with fewer starts to try: that failure is final.
-// Reporting it keeps the search linear in the number of stars instead of exponential.
-WildcardOutcome matchFrom(const char* p, const char* t, bool insensitive)
+// Only the latest star is ever resumed: whatever an earlier star could still swallow, the
+// latest one can swallow too, so going back further finds nothing new. A run of stars counts
+// as one. So the stack is constant and each byte of a run of stars is looked at once.
+bool matchesFrom(const char* p, const char* t, bool insensitive)
 {
-    char c = *p++;
-    while (c != '*')
+    const char* resumePattern = nullptr; // just behind the latest run of stars
+    const char* resumeText = nullptr;    // where that run's swallowing ends so far
+    for (;;)
     {
-        const char x = *t++;
-        if (c == x)
+        if (*p == '*')
         {
-            if (c == 0)
-                return WildcardOutcome::matched;
+            const char* run = p;
+            while (*p == '*')
+                ++p;
+            if (*p == 0)
+                return p - run == 1 || *t != 0;
+            resumePattern = p;
+            resumeText = t;
         }
-        else if (!(c == '?' && x != 0) && !(insensitive && foldByte(c) == foldByte(x)))
+        else if (*t != 0 && *p != 0 && wildcardByteMatches(*p, *t, insensitive))
         {
-            return WildcardOutcome::failedHere;
+            ++p;
+            ++t;
         }
-        c = *p++;
+        else if (*p == 0 && *t == 0)
+        {
+            return true;
+        }
+        else if (resumePattern == nullptr || *resumeText == 0)
+        {
+            return false;
+        }
+        else
+        {
+            p = resumePattern;
+            t = ++resumeText;
+        }
     }
-
-    if (*p == 0)
-        return WildcardOutcome::matched;
-    for (; *t != 0; ++t)
-    {
-        const WildcardOutcome outcome = matchFrom(p, t, insensitive);
-        if (outcome != WildcardOutcome::failedHere)
-            return outcome;
-    }
-    return WildcardOutcome::failedEverywhere;
 }
 
 } // namespace
@@ -543,7 +550,7 @@ bool MatchesWildcard(const String& s, const String& pattern, const CaseSensitivi
 {
     if (s.IsEmpty() || pattern.IsEmpty())
         return false;
-    return matchFrom(pattern.GetCharPointer(), s.GetCharPointer(), cs == insensitive) == WildcardOutcome::matched;
+    return matchesFrom(pattern.GetCharPointer(), s.GetCharPointer(), cs == insensitive);
 }
 
 } // namespace kvo

@@ -72,6 +72,46 @@ int64_t skipSeparators(const String& text, int64_t from)
     return from;
 }
 
+/** Runs call on the first length bytes of path, as a zero-terminated text, and restores the path. */
+template <typename Call>
+auto onPrefix(std::string& path, size_t length, Call call)
+{
+    const char kept = path[length];
+    path[length] = 0;
+    const auto result = call(path.c_str());
+    path[length] = kept;
+    return result;
+}
+
+bool isDirectoryPrefix(std::string& path, size_t length)
+{
+    struct stat info {};
+    return length > 0 && onPrefix(path, length, [&info](const char* p) { return ::stat(p, &info) == 0; })
+        && S_ISDIR(info.st_mode);
+}
+
+/**
+    The length of the parent folder's path within the first length bytes of path: up to the
+    last separator, or "/" for a name at the root; length itself when there is no separator.
+*/
+size_t parentPrefixLength(const std::string& path, size_t length)
+{
+    const size_t last = length == 0 ? std::string::npos : path.rfind(separator, length - 1);
+    if (last == std::string::npos)
+        return length;
+    return last > 0 ? last : 1;
+}
+
+/** mkdir on the first length bytes of path; a folder made meanwhile by someone else is as good as made here. */
+bool makeDirectoryPrefix(std::string& path, size_t length)
+{
+    // A trailing separator is left out of the name given to mkdir.
+    const size_t named = path[length - 1] == separator ? length - 1 : length;
+    if (onPrefix(path, named, [](const char* p) { return ::mkdir(p, 0777); }) == 0)
+        return true;
+    return errno == EEXIST && isDirectoryPrefix(path, length);
+}
+
 } // namespace
 
 // ---------------------------------------------------------------------------------------
@@ -229,12 +269,8 @@ String File::GetFileName() const
 
 File File::GetParentDirectory() const
 {
-    const int64_t last = LastIndexOf(fullPath, separator);
-    if (last > 0)
-        return File(SubString(fullPath, 0, last), Unparsed {});
-    if (last == 0)
-        return File(String("/"), Unparsed {});
-    return *this;
+    const std::string& path = fullPath.GetStdString();
+    return File(String(path.substr(0, parentPrefixLength(path, path.size()))), Unparsed {});
 }
 
 bool File::HasFileExtension(const String& extensions) const
@@ -268,18 +304,25 @@ bool File::Delete() const
 
 bool File::CreateDirectoryA() const
 {
-    if (IsDirectory())
-        return true;
-
-    const File parent = GetParentDirectory();
-    if (parent.fullPath == fullPath)
-        throw Exception(String("Cannot create directory ") + Quoted(fullPath, '"'), KVO_CODE_LOCATION);
-    if (!parent.CreateDirectoryA())
-        return false;
-
-    if (::mkdir(DropLast(fullPath, separator).GetCharPointer(), 0777) == 0)
-        return true;
-    return errno == EEXIST && IsDirectory(); // made meanwhile by someone else: as good as made here
+    // One copy of the path serves every level: a level is the copy cut short by a zero byte,
+    // and only the lengths of the missing levels are kept. So a path of tens of thousands of
+    // missing folders costs memory in proportion to its length, and no recursion.
+    std::string path = fullPath.GetStdString();
+    std::vector<size_t> missing; // deepest first
+    size_t length = path.size();
+    while (!isDirectoryPrefix(path, length))
+    {
+        missing.push_back(length);
+        const size_t parent = parentPrefixLength(path, length);
+        if (parent == length)
+            throw Exception(String("Cannot create directory ") + Quoted(String(path.substr(0, length)), '"'),
+                            KVO_CODE_LOCATION);
+        length = parent;
+    }
+    for (auto level = missing.rbegin(); level != missing.rend(); ++level)
+        if (!makeDirectoryPrefix(path, *level))
+            return false;
+    return true;
 }
 
 bool File::CreateParentDirectory() const

@@ -47,7 +47,9 @@ bool FileReader::SetPosition(int64_t newPosition)
 
 int64_t FileReader::Read(void* dest, int64_t numBytes)
 {
-    if (numBytes < 1)
+    // A parser that believes a header may ask for thousands of items behind the end, one
+    // small read each: once the system has said where the end is, it is not asked again.
+    if (numBytes < 1 || position >= endReportedAt)
         return 0;
     if (needsSeek)
     {
@@ -58,6 +60,8 @@ int64_t FileReader::Read(void* dest, int64_t numBytes)
     }
     const int64_t count = FileHandle::ReadFully(handle, dest, numBytes);
     position += count;
+    if (count < numBytes && position >= totalLength)
+        endReportedAt = position;
     return count;
 }
 

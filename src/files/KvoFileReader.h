@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "core/KvoInputStream.h"
 #include "files/KvoFile.h"
 
@@ -11,7 +13,8 @@ namespace kvo
     logical: SetPosition only records it, and the seek waits for the next Read, so a run of
     SetPosition calls costs nothing. The length is taken once, when the file is opened: a
     file that grows later counts as exhausted at its old length, though Read still delivers
-    what is there.
+    what is there, up to the first time the system reports the end. From there on, a read at
+    or past that point returns 0 without a system call.
 */
 class FileReader : public InputStream
 {
@@ -48,6 +51,8 @@ private:
     int handle;
     /** The system's position may differ from position. */
     bool needsSeek = true;
+    /** Where a read at or past totalLength came back short: the end, as far as this reader cares. */
+    int64_t endReportedAt = INT64_MAX;
 };
 
 } // namespace kvo

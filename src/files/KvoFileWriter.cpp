@@ -12,16 +12,13 @@ namespace kvo
 namespace
 {
 
-void storeLittleEndian(uint8_t* bytes, uint64_t value, int numBytes)
+/** Writes the low numBytes bytes of value, least significant first or, with bigEndian, last. */
+bool writeWord(FileWriter& writer, uint64_t value, int numBytes, bool bigEndian)
 {
+    uint8_t bytes[8];
     for (int i = 0; i < numBytes; ++i)
-        bytes[i] = static_cast<uint8_t>(value >> (8 * i));
-}
-
-void storeBigEndian(uint8_t* bytes, uint64_t value, int numBytes)
-{
-    for (int i = 0; i < numBytes; ++i)
-        bytes[i] = static_cast<uint8_t>(value >> (8 * (numBytes - 1 - i)));
+        bytes[bigEndian ? numBytes - 1 - i : i] = static_cast<uint8_t>(value >> (8 * i));
+    return writer.Write(bytes, static_cast<uint64_t>(numBytes));
 }
 
 } // namespace
@@ -78,37 +75,27 @@ bool FileWriter::WriteRepeatedByte(uint8_t value, uint64_t count)
 
 bool FileWriter::WriteInt16(int16_t value)
 {
-    uint8_t bytes[2];
-    storeLittleEndian(bytes, static_cast<uint16_t>(value), 2);
-    return Write(bytes, 2);
+    return writeWord(*this, static_cast<uint16_t>(value), 2, false);
 }
 
 bool FileWriter::WriteInt16BigEndian(int16_t value)
 {
-    uint8_t bytes[2];
-    storeBigEndian(bytes, static_cast<uint16_t>(value), 2);
-    return Write(bytes, 2);
+    return writeWord(*this, static_cast<uint16_t>(value), 2, true);
 }
 
 bool FileWriter::WriteInt32(int32_t value)
 {
-    uint8_t bytes[4];
-    storeLittleEndian(bytes, static_cast<uint32_t>(value), 4);
-    return Write(bytes, 4);
+    return writeWord(*this, static_cast<uint32_t>(value), 4, false);
 }
 
 bool FileWriter::WriteInt32BigEndian(int32_t value)
 {
-    uint8_t bytes[4];
-    storeBigEndian(bytes, static_cast<uint32_t>(value), 4);
-    return Write(bytes, 4);
+    return writeWord(*this, static_cast<uint32_t>(value), 4, true);
 }
 
 bool FileWriter::WriteInt64(int64_t value)
 {
-    uint8_t bytes[8];
-    storeLittleEndian(bytes, static_cast<uint64_t>(value), 8);
-    return Write(bytes, 8);
+    return writeWord(*this, static_cast<uint64_t>(value), 8, false);
 }
 
 bool FileWriter::WriteFrom(FileReader& source, int64_t numBytes, void* buffer, int64_t bufferSize, int64_t& numCopied)
