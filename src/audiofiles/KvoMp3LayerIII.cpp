@@ -555,19 +555,22 @@ void antialias(float* lines, const Mp3GranuleInfo& info)
         boundaries = info.maxb - 1;
     else
         boundaries = info.mixed_block_flag != 0 ? 1 : 0;
+    using namespace mp3vector;
     const Mp3Tables& tables = GetMp3Tables();
+    // Four butterflies a step: the 8 lines below a boundary are read and written in reverse.
+    const Floats cs[2] = { Load(tables.antialiasCs), Load(tables.antialiasCs + 4) };
+    const Floats ca[2] = { Load(tables.antialiasCa), Load(tables.antialiasCa + 4) };
     for (int32_t sb = 1; sb <= boundaries; ++sb)
-    {
-        float* upper = lines + 18 * sb - 1;
-        float* lower = lines + 18 * sb;
-        for (int32_t i = 0; i < 8; ++i)
+        for (int32_t half = 0; half < 2; ++half)
         {
-            const float u = upper[-i];
-            const float d = lower[i];
-            upper[-i] = u * tables.antialiasCs[i] - d * tables.antialiasCa[i];
-            lower[i] = d * tables.antialiasCs[i] + u * tables.antialiasCa[i];
+            float* upper = lines + 18 * sb - 4 - 4 * half;
+            float* lower = lines + 18 * sb + 4 * half;
+            const Floats u = Pick<3, 2, 1, 0>(Load(upper), Load(upper));
+            const Floats d = Load(lower);
+            const Floats newUpper = u * cs[half] - d * ca[half];
+            Store(upper, Pick<3, 2, 1, 0>(newUpper, newUpper));
+            Store(lower, d * cs[half] + u * ca[half]);
         }
-    }
 }
 
 // 8-9. Hybrid filterbank with frequency inversion ---------------------------------------------

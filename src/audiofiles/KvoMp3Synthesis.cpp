@@ -24,27 +24,11 @@ namespace
     float of a plain loop would, in the same order, so the results do not depend on the target.
 */
 
-using Floats = float __attribute__((vector_size(16)));
-using Lanes = int __attribute__((vector_size(16)));
-
-inline Floats Load(const float* from) noexcept
-{
-    Floats values;
-    std::memcpy(&values, from, sizeof values);
-    return values;
-}
-
-inline void Store(float* to, Floats values) noexcept
-{
-    std::memcpy(to, &values, sizeof values);
-}
-
-/** Lanes picked from a, then b, by index: 0-3 are a's, 4-7 b's. */
-template <int i0, int i1, int i2, int i3>
-inline Floats Pick(Floats a, Floats b) noexcept
-{
-    return __builtin_shuffle(a, b, Lanes { i0, i1, i2, i3 });
-}
+using mp3vector::Floats;
+using mp3vector::Lanes;
+using mp3vector::Load;
+using mp3vector::Pick;
+using mp3vector::Store;
 
 /** One butterfly stage: each group of n values becomes its mirrored sums, then its scaled differences. */
 template <int n>

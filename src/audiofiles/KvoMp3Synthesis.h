@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 namespace kvo
 {
@@ -19,6 +20,34 @@ struct Mp3SynthesisState
     /** Silence in the history and the offset of a fresh stream. */
     void reset() noexcept;
 };
+
+/** Four floats in the compiler's own vectors (SSE on x86_64, NEON on Arm), for the filterbank's loops. */
+namespace mp3vector
+{
+
+using Floats = float __attribute__((vector_size(16)));
+using Lanes = int __attribute__((vector_size(16)));
+
+inline Floats Load(const float* from) noexcept
+{
+    Floats values;
+    std::memcpy(&values, from, sizeof values);
+    return values;
+}
+
+inline void Store(float* to, Floats values) noexcept
+{
+    std::memcpy(to, &values, sizeof values);
+}
+
+/** Lanes picked from a, then b, by index: 0-3 are a's, 4-7 b's. */
+template <int i0, int i1, int i2, int i3>
+inline Floats Pick(Floats a, Floats b) noexcept
+{
+    return __builtin_shuffle(a, b, Lanes { i0, i1, i2, i3 });
+}
+
+} // namespace mp3vector
 
 /**
     Whether synthesis and the IMDCTs run their AVX code (eight floats a step, three-operand
