@@ -25,19 +25,12 @@ namespace
 {
 
 /** Keeps the exception reports these tests provoke off the console. */
-class AudioFramework : public ::testing::Test
+class AudioFramework : public AudioFileTest
 {
 protected:
-    void SetUp() override { ConsoleTarget = 0; }
-    void TearDown() override { ConsoleTarget = 1; }
+    File make(const std::string& name, const std::string& bytes) { return Write(bytes, name); }
 
-    File make(const std::string& name, const std::string& bytes)
-    {
-        WriteWholeFile(folder / name, bytes);
-        return File(String(folder / name));
-    }
-
-    TemporaryFolder folder;
+    const ScopedConsoleTarget quiet;
 };
 
 // ---------------------------------------------------------------------------------------
@@ -47,14 +40,15 @@ using FormatDetection = AudioFramework;
 
 TEST_F(FormatDetection, ExtensionsIgnoreCaseAndMatchWholeExtensions)
 {
-    for (const char* name : {"x.WAV", "x.w64", "x.bwf", "x.bw64", "x.amb", "x.uhj"})
-        EXPECT_TRUE(HasWavExtension(File(String(folder / name)))) << name;
-    EXPECT_TRUE(HasAiffExtension(File(String(folder / "a.Aiff"))));
-    EXPECT_TRUE(HasAiffExtension(File(String(folder / "a.AIF"))));
-    EXPECT_TRUE(HasMp3Extension(File(String(folder / "a.Mp3"))));
-    EXPECT_FALSE(HasWavExtension(File(String(folder / "a.wave"))));
-    EXPECT_FALSE(HasAiffExtension(File(String(folder / "a.aiffx"))));
-    EXPECT_FALSE(HasWavExtension(File(String(folder / "wav"))));
+    for (const auto& [name, wav, aiff, mp3] :
+         { std::tuple { "x.WAV", true, false, false }, { "x.w64", true, false, false }, { "x.bwf", true, false, false },
+           { "x.bw64", true, false, false }, { "x.amb", true, false, false }, { "x.uhj", true, false, false },
+           { "a.Aiff", false, true, false }, { "a.AIF", false, true, false }, { "a.Mp3", false, false, true },
+           { "a.wave", false, false, false }, { "a.aiffx", false, false, false }, { "wav", false, false, false } })
+    {
+        const File file(String(folder / name));
+        EXPECT_EQ(std::tuple(HasWavExtension(file), HasAiffExtension(file), HasMp3Extension(file)), std::tuple(wav, aiff, mp3)) << name;
+    }
     EXPECT_EQ(GetWavExtensions().GetSize(), 6u);
     EXPECT_EQ(GetSupportedFormats(", ").GetStdString(), "WAV File, AIFF File, MP3 File");
 }
@@ -379,6 +373,7 @@ TEST(StringDictionary, KeysIgnoreCaseOnRequestAndKeepTheirFirstSpelling)
     EXPECT_EQ(table.get("iart").GetStdString(), "second");
     EXPECT_EQ(table.get("IAR", "none").GetStdString(), "none");
     EXPECT_EQ(table.size(), 2u); // get does not insert
+    EXPECT_TRUE(table.contains("iart") && table.contains("ICMT") && !table.contains("IAR"));
 
     StringDictionary exact;
     exact.setIgnoreCase(false);

@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "KvoTestPrivileges.h"
 #include "KvoTestUtilities.h"
 #include "KvoStreamCapture.h"
 #include "core/KvoException.h"

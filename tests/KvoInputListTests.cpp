@@ -11,7 +11,6 @@
 #include <unistd.h>
 #include <vector>
 
-#include "KvoTestPrivileges.h"
 #include "KvoTestUtilities.h"
 #include "files/KvoFolderIterator.h"
 
