@@ -1,15 +1,10 @@
 // The reader and writer framework: format detection, the factories and their refusals,
 // the metadata record, and the sample transfer of the two base classes.
 
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <climits>
 #include <cmath>
 #include <limits>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "KvoTestUtilities.h"
 #include "audiofiles/KvoAudioFileReader.h"
@@ -32,9 +27,6 @@ protected:
 
     const ScopedConsoleTarget quiet;
 };
-
-// ---------------------------------------------------------------------------------------
-// Format detection
 
 using FormatDetection = AudioFramework;
 
@@ -78,10 +70,8 @@ TEST_F(FormatDetection, ContentDecidesBeforeTheName)
     // Missing files and folders are named, not read, and raise nothing.
     EXPECT_EQ(GetFileType(File(String(folder / "missing.wav"))).GetStdString(), "WAV File");
     EXPECT_EQ(GetFileType(File(String(folder.GetPath()))).GetStdString(), "unknown");
-}
 
-TEST_F(FormatDetection, ReaderFactoryAndMetadataOpenByContent)
-{
+    // The reader factory and the metadata open by content too.
     const ScopedPointer<AudioFileReader> reader = AudioFileReader::CreateReaderFor(make("x.mp3", CanonicalWav(1, 2, 48000, 16, std::string(40, '\0'))));
     ASSERT_NE(reader.get(), nullptr);
     EXPECT_EQ(reader->getNumSamples(), 10u);
@@ -118,9 +108,6 @@ TEST_F(FormatDetection, ReaderFactoryRefusals)
         EXPECT_EQ(MessageOf([&] { AudioFileReader::CreateReaderFor(File(String(path))); }), expected);
     }
 }
-
-// ---------------------------------------------------------------------------------------
-// Writer factory
 
 /** A writer that records what the framework hands to the format layer. */
 class RecordingWriter : public AudioFileWriter
@@ -195,9 +182,6 @@ TEST_F(AudioFramework, WriterFactoryDispatchesByExtensionAndRefusesBeforeTouchin
     EXPECT_EQ(AudioFileWriter::CreateWriterFor(File(String(folder / "plain/sub/out.wav")), 44100.0, 2, 16, replace).get(),
               nullptr);
 }
-
-// ---------------------------------------------------------------------------------------
-// writeSamples
 
 /** Channel c, frame f: ((f mod 256) + 256 c - 256) / 1024. */
 void fillRamp(AudioBuffer<float>& buffer)
@@ -276,9 +260,6 @@ TEST_F(AudioFramework, WritesBeyondTheBufferAreRefused)
     EXPECT_FALSE(writer.hasFailed());
     EXPECT_TRUE(writer.writeSamples(stereo, 50, 50, false));
 }
-
-// ---------------------------------------------------------------------------------------
-// readSamples
 
 /** A reader whose frames are computed: channel c, frame f holds ((c + 1) * 1000 + f) << 16. */
 class ComputedReader : public AudioFileReader
@@ -359,9 +340,6 @@ TEST_F(AudioFramework, ReadsThatDoNotFitTouchNothing)
     EXPECT_EQ(reader.calls, 1);
 }
 
-// ---------------------------------------------------------------------------------------
-// Metadata
-
 TEST(StringDictionary, KeysIgnoreCaseOnRequestAndKeepTheirFirstSpelling)
 {
     StringDictionary table;
@@ -430,9 +408,6 @@ TEST(AudioFilesMetadata, CopiesAndAssignmentsShareNothing)
     EXPECT_TRUE(target.markers.IsEmpty());
     expectRichRecord(copy);
 }
-
-// ---------------------------------------------------------------------------------------
-// Sample copies
 
 TEST(CopyWithGain, UnitGainsAreExact)
 {

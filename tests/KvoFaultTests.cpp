@@ -40,9 +40,9 @@ std::string JoinMessage(const std::string& inputs, const std::string& destinatio
 class FullDisk
 {
 public:
-    explicit FullDisk(int64_t capacity)
+    explicit FullDisk(int64_t bytes)
     {
-        FullDisk::capacity = capacity;
+        capacity = bytes;
         details::fileSystemCalls.write = write;
     }
     ~FullDisk() { details::fileSystemCalls = details::GetSystemFileCalls(); }
@@ -69,7 +69,7 @@ private:
 class DeleteOnText : public std::streambuf
 {
 public:
-    DeleteOnText(std::string trigger, std::string victim) : trigger(std::move(trigger)), victim(std::move(victim)) {}
+    DeleteOnText(std::string text, std::string path) : trigger(std::move(text)), victim(std::move(path)) {}
 
 protected:
     int overflow(int c) override

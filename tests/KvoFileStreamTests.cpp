@@ -91,8 +91,8 @@ struct ReaderOf
 class UntouchedBytes
 {
 public:
-    explicit UntouchedBytes(size_t size)
-        : size(size), bytes(::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0))
+    explicit UntouchedBytes(size_t numBytes)
+        : size(numBytes), bytes(::mmap(nullptr, numBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0))
     {
     }
     ~UntouchedBytes()
@@ -337,7 +337,7 @@ TEST(FileStream, HugeCountsAreReadAndWrittenInPieces)
 {
     ReaderOf file("x");
     FileReader& reader = file.reader;
-    FileWriter writer(fileAt(folder / "out"));
+    FileWriter writer(fileAt(file.folder / "out"));
     const int64_t count = 3 * gibibyte + 5;
     UntouchedBytes bytes(static_cast<size_t>(count));
     ASSERT_NE(bytes.Get(), nullptr);

@@ -2,8 +2,6 @@
 // one spelling each, and one case per rule of the lookup (a derived spelling, quotes and case,
 // a duplicate, a miss).
 
-#include <functional>
-
 #include "KvoTestUtilities.h"
 #include "core/KvoNamedValueTable.h"
 #include "geometry/KvoColourNames.h"

@@ -177,6 +177,7 @@ TEST_F(WavMetadataTest, ChunksAsTheReaderTakesThem)
     for (const std::string& list : { List("adtl", ""), List("adtl", Chunk("abcd", "xy")), List("wxyz", Sub("INAM", "N")) })
     {
         cases.push_back({ "a list that adds nothing", Cue(1, CuePoint(1, 10)) + list, listPart, "" });
+        cases.push_back({ "a list that adds nothing, info", Cue(1, CuePoint(1, 10)) + list, infoPart, "" });
         cases.push_back({ "a list that adds nothing, markers", Cue(1, CuePoint(1, 10)) + list, markerPart, "1@10:1 " });
     }
     const std::pair<uint64_t, std::string> times[] = {
@@ -217,6 +218,7 @@ TEST_F(WavMetadataTest, Wave64BextAndList)
     ASSERT_TRUE(reader);
     EXPECT_TRUE(reader->getMetadata().isW64 && reader->getMetadata().hasBext);
     EXPECT_EQ(Describe(*reader, timePart), "1000 00:00:01.000");
+    EXPECT_EQ(reader->getMetadata().bextEntries.get("bwav originator"), "Recorder");
     EXPECT_EQ(Describe(*reader, listPart), "INAM=Name|MetaDataSource=WAV|");
     EXPECT_EQ(reader->getNumSamples(), 3u);
 }
