@@ -120,6 +120,7 @@ TEST(NameTables, OneSpellingOfEachTableAndEachLookupRule)
     EXPECT_EQ(ColourNames::FindColour("navy-blue"), 0x000080);
     EXPECT_EQ(ColourNames::FindColour("bleu"), -1);
 
+    EXPECT_EQ(VbapTriplets::GetTriangulationMode("\"spherical-delaunay\""), VbapTriplets::delaunay);
     // Unknown names are quoted in the message, but not twice.
     for (const std::string name : { "foo", "\"foo\"" })
         EXPECT_EQ(MessageOf([&] { VbapTriplets::GetTriangulationMode(name); }), "invalid triangulation mode : \"foo\"");

@@ -66,7 +66,7 @@ TEST(OscHashing, Fnv1a64UpToTheFirstZeroByteAndOnePoolEntryPerToken)
 TEST(OscTokenising, TokensAndStoredTextOfBothTypes)
 {
     const std::tuple<std::string, std::vector<std::string>, std::string> cases[] = {
-        { "", {}, "" },         { "/a/b/", { "a", "b" }, "/a/b" }, { "/a//b", { "a", "b" }, "/a//b" }, { "//", {}, "/" },
+        { "", {}, "" },         { "/", {}, "" },         { "/a/b/", { "a", "b" }, "/a/b" }, { "/a//b", { "a", "b" }, "/a//b" }, { "//", {}, "/" },
         { "///x///", { "x" }, "///x//" }, { "abc/d", { "bc", "d" }, "abc/d" }, // the first byte is skipped, slash or not
     };
     for (const auto& [text, tokens, stored] : cases)
@@ -97,6 +97,8 @@ TEST(OscValidation, EveryRefusalInItsOrder)
         { false, "/ab*?", CharacterMessage("*", "/ab*?") }, // the first forbidden character is reported
         // Outside printable ASCII the low byte of the code point is reported, or a stray byte itself.
         { true, "/caf\xc3\xa9", CharacterMessage("\xe9", "/caf\xc3\xa9") },
+        { false, "/\xe2\x82\xac", CharacterMessage("\xac", "/\xe2\x82\xac") },
+        { true, "/a\xc0\xa0", CharacterMessage("\xc0", "/a\xc0\xa0") }, // an overlong blank is no blank
         { false, "/a\xf0\x9f\x98\x80", CharacterMessage(std::string(1, '\0'), "/a\xf0\x9f\x98\x80") },
         { false, "/a\xc3", CharacterMessage("\xc3", "/a\xc3") },
         { true, "/a\x7f", CharacterMessage("\x7f", "/a\x7f") },
