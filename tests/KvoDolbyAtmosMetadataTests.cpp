@@ -187,6 +187,8 @@ TEST_F(DolbyAtmosMetadataTest, Refusals)
         { "", -1, "Truncated 'dbmd' chunk", "CreateFrom" },
         { Z("\x07\x00\x00"), -1, "Truncated 'dbmd' chunk", "CreateFrom" },
         { Bytes().U32(version).Text(Segment(1, "abc")), -1, "Missing end of segments in 'dbmd' chunk", "CreateFrom" },
+        // A supplemental segment whose checksum is the chunk's last byte is read whole.
+        { Bytes().U32(version).Text(Segment(10, SupplementalPayload(sync, { 1 }))), -1, "Missing end of segments in 'dbmd' chunk", "CreateFrom" },
         { Bytes().U32(version).U8(1).U8(5), -1, overrun, "readLittleEndianField" }, // half a size
         { Bytes().U32(version).U8(1).U16(100).Text("abc"), -1, overrun, "readLittleEndianField" },
         // Read segments that lack their checksum byte.

@@ -203,6 +203,11 @@ TEST_F(WavMetadataTest, ChunksAsTheReaderTakesThem)
         EXPECT_EQ(reader->getMetadata().hasBext, c.chunks.compare(0, 4, "bext") == 0) << c.name;
     }
 
+    // A cue chunk cut short by the end of the file reads zeros for what is missing.
+    std::string cut = Riff(fmt + data + Cue(1, CuePoint(5, 10)));
+    cut.resize(cut.size() - 26);
+    EXPECT_EQ(Describe(*Open<WavFileReader>(cut), cuePart), "NumCuePoints=1|");
+
     // No rate yet: the time isn't translated, and the key stays with an empty value.
     const auto reader = Open<WavFileReader>(Riff(filledChunk + fmt + data));
     EXPECT_EQ(Describe(*reader, bextPart).substr(Describe(*reader, bextPart).find("bwav origination date")),
