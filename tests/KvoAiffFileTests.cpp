@@ -171,7 +171,7 @@ TEST_F(AiffTest, FloatsOnTheSampleGridSurviveAWriteAndARead)
             ASSERT_TRUE(writer.writeSamples(written, 0, 5, false));
         }
         RawAiffReader reader { File(path.c_str()) };
-        EXPECT_EQ(ReadChannels(reader, 0, 5), (Channels { values, { values.rbegin(), values.rend() } })) << bits << " bits";
+        EXPECT_EQ(ReadFrames(reader, 0, 5), (Channels { values, { values.rbegin(), values.rend() } })) << bits << " bits";
     }
 }
 
@@ -215,7 +215,7 @@ TEST_F(AiffTest, SampleCodings)
     {
         RawAiffReader reader = Open(Form("AIFC", Comm(1, 1, 32, rate44100, type) + Ssnd(Z("\x3F\xC0\0\0"))));
         EXPECT_TRUE(reader.getMetadata().isFloat) << type;
-        EXPECT_EQ(ReadChannels(reader, 0, 1), (Channels { { 1.5f } })) << type;
+        EXPECT_EQ(ReadFrames(reader, 0, 1), (Channels { { 1.5f } })) << type;
     }
 }
 

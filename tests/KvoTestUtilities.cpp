@@ -291,7 +291,7 @@ std::string AiffWriterHeader(int channels, uint32_t frames, int bits, const std:
         .Text("SSND").Be(paddedData + 8, 4).Be(0, 8);
 }
 
-Channels ReadChannels(AudioFileReader& reader, uint64_t start, uint64_t numSamples)
+Channels ReadFrames(AudioFileReader& reader, uint64_t start, uint64_t numSamples)
 {
     AudioBuffer<float> buffer(reader.getNumChannels(), numSamples);
     EXPECT_TRUE(reader.readSamples(buffer, 0, numSamples, start));

@@ -230,7 +230,7 @@ std::string Ssnd(const std::string& samples, uint32_t offset = 0);
 std::string AiffWriterHeader(int channels, uint32_t frames, int bits, const std::string& rate, uint32_t paddedData);
 
 /** numSamples frames of reader from start, channel by channel (a failed read fails the test). */
-Channels ReadChannels(AudioFileReader& reader, uint64_t start, uint64_t numSamples);
+Channels ReadFrames(AudioFileReader& reader, uint64_t start, uint64_t numSamples);
 
 /** A fresh folder to write files into and open them from with any reader. */
 class AudioFileTest : public ::testing::Test

@@ -67,7 +67,7 @@ TEST_F(WavReaderTest, SampleFormats)
         EXPECT_EQ(m.isFloat, c.isFloat) << c.name;
         EXPECT_EQ(m.bitsPerSample, c.bits) << c.name;
         EXPECT_EQ(reader->getNumSamples(), c.expected[0].size()) << c.name;
-        EXPECT_EQ(ReadChannels(*reader, 0, c.expected[0].size()), c.expected) << c.name;
+        EXPECT_EQ(ReadFrames(*reader, 0, c.expected[0].size()), c.expected) << c.name;
         EXPECT_EQ(reader->isAmbisonic(), c.name == std::string("extensible ambisonic")) << c.name;
         EXPECT_EQ(m.isRf64, c.name == std::string("RF64")) << c.name;
         EXPECT_EQ(m.isW64, c.name == std::string("Wave64")) << c.name;
@@ -92,7 +92,7 @@ TEST_F(WavReaderTest, UnreadableFormatsOpenWithNoSamples)
         ASSERT_TRUE(reader);
         EXPECT_EQ(reader->getBytesPerFrame(), 0);
         EXPECT_EQ(reader->getNumSamples(), 0u);
-        EXPECT_EQ(ReadChannels(*reader, 0, 2), (Channels { { 0.0f, 0.0f }, { 0.0f, 0.0f } }));
+        EXPECT_EQ(ReadFrames(*reader, 0, 2), (Channels { { 0.0f, 0.0f }, { 0.0f, 0.0f } }));
     }
 }
 
@@ -145,8 +145,8 @@ TEST_F(WavReaderTest, ChunkWalk)
         EXPECT_EQ(reader->getNumSamples(), c.numSamples) << c.name;
         EXPECT_EQ(reader->getMetadata().sampleRate, c.rate) << c.name;
     }
-    EXPECT_EQ(ReadChannels(*Open<WavFileReader>(cases[0].bytes), 0, 2), (Channels { { 0.0f, 0.5f } }));
-    EXPECT_EQ(ReadChannels(*Open<WavFileReader>(cases[7].bytes), 0, 3), (Channels { { 0.25f, 0.0f, 0.0f } }));
+    EXPECT_EQ(ReadFrames(*Open<WavFileReader>(cases[0].bytes), 0, 2), (Channels { { 0.0f, 0.5f } }));
+    EXPECT_EQ(ReadFrames(*Open<WavFileReader>(cases[7].bytes), 0, 3), (Channels { { 0.25f, 0.0f, 0.0f } }));
 }
 
 TEST_F(WavReaderTest, ShortFilesReadZeroBytesAndPastTheEndReadsSilence)
@@ -154,10 +154,10 @@ TEST_F(WavReaderTest, ShortFilesReadZeroBytesAndPastTheEndReadsSilence)
     // The data chunk claims 6 frames and holds 2: missing 8-bit frames decode to -1.0.
     auto reader = Open<WavFileReader>(Riff(Chunk("fmt ", Fmt(1, 1, 8000, 8)) + Bytes().Text("data").U32(6).Text("\xC0\x80")));
     EXPECT_EQ(reader->getNumSamples(), 6u);
-    EXPECT_EQ(ReadChannels(*reader, 0, 8), (Channels { { 0.5f, 0.0f, -1.0f, -1.0f, -1.0f, -1.0f, 0.0f, 0.0f } }));
-    EXPECT_EQ(ReadChannels(*reader, 7, 2), (Channels { { 0.0f, 0.0f } }));
+    EXPECT_EQ(ReadFrames(*reader, 0, 8), (Channels { { 0.5f, 0.0f, -1.0f, -1.0f, -1.0f, -1.0f, 0.0f, 0.0f } }));
+    EXPECT_EQ(ReadFrames(*reader, 7, 2), (Channels { { 0.0f, 0.0f } }));
     reader = Open<WavFileReader>(Rf64(Chunk("fmt ", Fmt(1, 1, 8000, 16)) + Chunk("data", Pcm16({ 1, -16384, 8192 }), 0xFFFFFFFF), 6));
-    EXPECT_EQ(ReadChannels(*reader, 1, 3), (Channels { { -0.5f, 0.25f, 0.0f } }));
+    EXPECT_EQ(ReadFrames(*reader, 1, 3), (Channels { { -0.5f, 0.25f, 0.0f } }));
 }
 
 TEST_F(WavReaderTest, ReadsAcrossStagingBlocksUpToTheWidestFrame)
@@ -167,7 +167,7 @@ TEST_F(WavReaderTest, ReadsAcrossStagingBlocksUpToTheWidestFrame)
     for (int i = 0; i < 2000; ++i)
         data.U24(uint32_t(i * 256)).U24(uint32_t(-i * 128));
     auto reader = Open<WavFileReader>(Wav(Fmt(1, 2, 48000, 24), data));
-    const Channels samples = ReadChannels(*reader, 123, 1877);
+    const Channels samples = ReadFrames(*reader, 123, 1877);
     for (int i = 0; i < 1877; ++i)
     {
         ASSERT_EQ(samples[0][size_t(i)], float((i + 123) * 256) / 8388608.0f) << i;
@@ -180,7 +180,7 @@ TEST_F(WavReaderTest, ReadsAcrossStagingBlocksUpToTheWidestFrame)
         frames.F64(i / 2048.0);
     reader = Open<WavFileReader>(Wav(Fmt(3, 720, 48000, 64), frames));
     EXPECT_EQ(reader->getBytesPerFrame(), WavFileReader::rawBlockSize);
-    EXPECT_EQ(ReadChannels(*reader, 0, 2)[719][1], 1439 / 2048.0f);
+    EXPECT_EQ(ReadFrames(*reader, 0, 2)[719][1], 1439 / 2048.0f);
     EXPECT_EQ(Refusal<WavFileReader>(Riff(Chunk("fmt ", Fmt(3, 721, 48000, 64)))), NotValid("WAV"));
 }
 
@@ -257,7 +257,7 @@ TEST(WavReaderFixtures, FilesOfOtherTools)
         EXPECT_EQ(reader.getMetadata().bitsPerSample, bits);
         EXPECT_EQ(reader.getMetadata().isFloat, isFloat);
         ASSERT_EQ(reader.getNumSamples(), 64u);
-        const Channels samples = ReadChannels(reader, 0, 64);
+        const Channels samples = ReadFrames(reader, 0, 64);
         for (int i = 0; i < 64; ++i)
         {
             ASSERT_EQ(samples[0][size_t(i)], float(i * 3 - 96) / 128.0f) << i;
