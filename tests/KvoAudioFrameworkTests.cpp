@@ -1,15 +1,10 @@
 // The reader and writer framework: format detection, the factories and their refusals,
 // the metadata record, and the sample transfer of the two base classes.
 
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <climits>
 #include <cmath>
 #include <limits>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "KvoTestUtilities.h"
 #include "audiofiles/KvoAudioFileReader.h"
@@ -25,36 +20,27 @@ namespace
 {
 
 /** Keeps the exception reports these tests provoke off the console. */
-class AudioFramework : public ::testing::Test
+class AudioFramework : public AudioFileTest
 {
 protected:
-    void SetUp() override { ConsoleTarget = 0; }
-    void TearDown() override { ConsoleTarget = 1; }
+    File make(const std::string& name, const std::string& bytes) { return Write(bytes, name); }
 
-    File make(const std::string& name, const std::string& bytes)
-    {
-        WriteWholeFile(folder / name, bytes);
-        return File(String(folder / name));
-    }
-
-    TemporaryFolder folder;
+    const ScopedConsoleTarget quiet;
 };
-
-// ---------------------------------------------------------------------------------------
-// Format detection
 
 using FormatDetection = AudioFramework;
 
 TEST_F(FormatDetection, ExtensionsIgnoreCaseAndMatchWholeExtensions)
 {
-    for (const char* name : {"x.WAV", "x.w64", "x.bwf", "x.bw64", "x.amb", "x.uhj"})
-        EXPECT_TRUE(HasWavExtension(File(String(folder / name)))) << name;
-    EXPECT_TRUE(HasAiffExtension(File(String(folder / "a.Aiff"))));
-    EXPECT_TRUE(HasAiffExtension(File(String(folder / "a.AIF"))));
-    EXPECT_TRUE(HasMp3Extension(File(String(folder / "a.Mp3"))));
-    EXPECT_FALSE(HasWavExtension(File(String(folder / "a.wave"))));
-    EXPECT_FALSE(HasAiffExtension(File(String(folder / "a.aiffx"))));
-    EXPECT_FALSE(HasWavExtension(File(String(folder / "wav"))));
+    for (const auto& [name, wav, aiff, mp3] :
+         { std::tuple { "x.WAV", true, false, false }, { "x.w64", true, false, false }, { "x.bwf", true, false, false },
+           { "x.bw64", true, false, false }, { "x.amb", true, false, false }, { "x.uhj", true, false, false },
+           { "a.Aiff", false, true, false }, { "a.AIF", false, true, false }, { "a.Mp3", false, false, true },
+           { "a.wave", false, false, false }, { "a.aiffx", false, false, false }, { "wav", false, false, false } })
+    {
+        const File file(String(folder / name));
+        EXPECT_EQ(std::tuple(HasWavExtension(file), HasAiffExtension(file), HasMp3Extension(file)), std::tuple(wav, aiff, mp3)) << name;
+    }
     EXPECT_EQ(GetWavExtensions().GetSize(), 6u);
     EXPECT_EQ(GetSupportedFormats(", ").GetStdString(), "WAV File, AIFF File, MP3 File");
 }
@@ -84,10 +70,8 @@ TEST_F(FormatDetection, ContentDecidesBeforeTheName)
     // Missing files and folders are named, not read, and raise nothing.
     EXPECT_EQ(GetFileType(File(String(folder / "missing.wav"))).GetStdString(), "WAV File");
     EXPECT_EQ(GetFileType(File(String(folder.GetPath()))).GetStdString(), "unknown");
-}
 
-TEST_F(FormatDetection, ReaderFactoryAndMetadataOpenByContent)
-{
+    // The reader factory and the metadata open by content too.
     const ScopedPointer<AudioFileReader> reader = AudioFileReader::CreateReaderFor(make("x.mp3", CanonicalWav(1, 2, 48000, 16, std::string(40, '\0'))));
     ASSERT_NE(reader.get(), nullptr);
     EXPECT_EQ(reader->getNumSamples(), 10u);
@@ -124,9 +108,6 @@ TEST_F(FormatDetection, ReaderFactoryRefusals)
         EXPECT_EQ(MessageOf([&] { AudioFileReader::CreateReaderFor(File(String(path))); }), expected);
     }
 }
-
-// ---------------------------------------------------------------------------------------
-// Writer factory
 
 /** A writer that records what the framework hands to the format layer. */
 class RecordingWriter : public AudioFileWriter
@@ -201,9 +182,6 @@ TEST_F(AudioFramework, WriterFactoryDispatchesByExtensionAndRefusesBeforeTouchin
     EXPECT_EQ(AudioFileWriter::CreateWriterFor(File(String(folder / "plain/sub/out.wav")), 44100.0, 2, 16, replace).get(),
               nullptr);
 }
-
-// ---------------------------------------------------------------------------------------
-// writeSamples
 
 /** Channel c, frame f: ((f mod 256) + 256 c - 256) / 1024. */
 void fillRamp(AudioBuffer<float>& buffer)
@@ -282,9 +260,6 @@ TEST_F(AudioFramework, WritesBeyondTheBufferAreRefused)
     EXPECT_FALSE(writer.hasFailed());
     EXPECT_TRUE(writer.writeSamples(stereo, 50, 50, false));
 }
-
-// ---------------------------------------------------------------------------------------
-// readSamples
 
 /** A reader whose frames are computed: channel c, frame f holds ((c + 1) * 1000 + f) << 16. */
 class ComputedReader : public AudioFileReader
@@ -365,9 +340,6 @@ TEST_F(AudioFramework, ReadsThatDoNotFitTouchNothing)
     EXPECT_EQ(reader.calls, 1);
 }
 
-// ---------------------------------------------------------------------------------------
-// Metadata
-
 TEST(StringDictionary, KeysIgnoreCaseOnRequestAndKeepTheirFirstSpelling)
 {
     StringDictionary table;
@@ -379,6 +351,7 @@ TEST(StringDictionary, KeysIgnoreCaseOnRequestAndKeepTheirFirstSpelling)
     EXPECT_EQ(table.get("iart").GetStdString(), "second");
     EXPECT_EQ(table.get("IAR", "none").GetStdString(), "none");
     EXPECT_EQ(table.size(), 2u); // get does not insert
+    EXPECT_TRUE(table.contains("iart") && table.contains("ICMT") && !table.contains("IAR"));
 
     StringDictionary exact;
     exact.setIgnoreCase(false);
@@ -435,9 +408,6 @@ TEST(AudioFilesMetadata, CopiesAndAssignmentsShareNothing)
     EXPECT_TRUE(target.markers.IsEmpty());
     expectRichRecord(copy);
 }
-
-// ---------------------------------------------------------------------------------------
-// Sample copies
 
 TEST(CopyWithGain, UnitGainsAreExact)
 {

@@ -2,13 +2,6 @@
 // occurrence wins, the locals it leaves alone, severities, the help rules and widths).
 // The exact console text of sonajoin's own command lines is tested on the executable.
 
-#include <memory>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "KvoTestUtilities.h"
 #include "shell/KvoCommandLineParser.h"
 

@@ -1,15 +1,9 @@
-// ConsoleProgress: when a report is due, and the exact bytes of each report.
+// ConsoleProgress: when a report is due and the exact bytes of each, one sequence of updates a row.
 
-#include <cstdint>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
+#include "KvoTestUtilities.h"
 #include "shell/KvoConsoleProgress.h"
 
-namespace kvo
+namespace kvo::testing
 {
 namespace
 {
@@ -29,47 +23,65 @@ std::string Line(int percent, const std::string& elapsed, const std::string& rem
     return "Progress : " + std::to_string(percent) + " %  (elapsed " + elapsed + " | remaining " + remaining + ")";
 }
 
-/** The percentages of the timed reports in text, in order. */
-std::vector<int> ReportedPercents(const std::string& text)
+TEST(ConsoleProgress, ReportSequences)
 {
-    std::vector<int> percents;
-    const std::string marker = "Progress : ";
-    for (size_t at = text.find(marker); at != std::string::npos; at = text.find(marker, at + 1))
+    struct Case
     {
-        const size_t number = at + marker.size();
-        if (text.compare(text.find(' ', number), 4, " %  ") == 0)
-            percents.push_back(std::stoi(text.substr(number)));
+        const char* name;
+        uint64_t total;
+        int step;
+        std::vector<std::pair<uint64_t, int64_t>> updates; // position, milliseconds since the last update
+        std::string expected;
+    };
+    const std::string zero = Line(0, "0.0 ms", "0.0 ms");
+    const std::vector<Case> cases = {
+        { "one short block jumps from 0 to 100", 1000, 1, { { 1000, 5 } }, start + Line(100, "5.0 ms", "0.0 ms") },
+        // 99.6 % shows as 100, and 100 is reported once.
+        { "100 once", 1000, 1, { { 994, 0 }, { 996, 0 }, { 1000, 0 }, { 5000, 0 } },
+          start + Line(99, "0.0 ms", "0.0 ms") + Line(100, "0.0 ms", "0.0 ms") },
+        { "the step skips small gains, never the end", 100, 30,
+          { { 10, 0 }, { 20, 0 }, { 30, 0 }, { 40, 0 }, { 50, 0 }, { 60, 0 }, { 70, 0 }, { 80, 0 }, { 90, 0 }, { 100, 0 } },
+          start + Line(30, "0.0 ms", "0.0 ms") + Line(60, "0.0 ms", "0.0 ms") + Line(90, "0.0 ms", "0.0 ms") + Line(100, "0.0 ms", "0.0 ms") },
+        // Gains below one percent wait, but position 0 is always reported; 0.6 % rounds to 1.
+        { "position 0", 1000, 1, { { 0, 0 }, { 0, 0 }, { 4, 0 }, { 6, 0 } }, start + zero + zero + Line(1, "0.0 ms", "0.0 ms") },
+        { "elapsed time and a linear estimate", 100, 1, { { 1, 12 }, { 2, 11 }, { 25, 61'000 } },
+          start + Line(1, "12.0 ms", "1.19 sec") + Line(2, "23.0 ms", "1.13 sec") + Line(25, "1 min 1 sec", "3 min 3 sec") },
+    };
+    for (const Case& c : cases)
+    {
+        fakeNow = 1'700'000'000'000;
+        std::ostringstream out;
+        ConsoleProgress progress(c.total, c.step, out, &FakeClock);
+        for (const auto& [position, milliseconds] : c.updates)
+        {
+            fakeNow += milliseconds;
+            progress.Update(position);
+        }
+        EXPECT_EQ(out.str(), c.expected) << c.name;
     }
-    return percents;
 }
 
-class ConsoleProgressTest : public ::testing::Test
+TEST(ConsoleProgress, HundredEqualBlocksReportEachPercentOnceOnOneLine)
 {
-protected:
-    void SetUp() override { fakeNow = 1'700'000'000'000; }
-
+    fakeNow = 1'700'000'000'000;
     std::ostringstream out;
-};
-
-// ---------------------------------------------------------------------------------------
-// Report sequences
-
-TEST_F(ConsoleProgressTest, HundredEqualBlocksReportEachPercentOnce)
-{
-    const uint64_t block = 8192;
-    ConsoleProgress progress(100 * block, 1, out, &FakeClock);
+    ConsoleProgress progress(100 * 8192, 1, out, &FakeClock);
     for (uint64_t k = 1; k <= 100; ++k)
     {
         fakeNow += 10;
-        progress.Update(k * block);
+        progress.Update(k * 8192);
     }
-
-    std::vector<int> expected;
+    const std::string text = out.str();
+    size_t at = 0;
     for (int k = 1; k <= 100; ++k)
-        expected.push_back(k);
-    EXPECT_EQ(ReportedPercents(out.str()), expected);
-
-    const std::string& text = out.str();
+    {
+        at = text.find("Progress : " + std::to_string(k) + " %  (elapsed " + FormatDuration(10.0 * k).GetStdString() + " |", at);
+        ASSERT_NE(at, std::string::npos) << k;
+    }
+    size_t reports = 0;
+    for (size_t p = text.find("Progress"); p != std::string::npos; p = text.find("Progress", p + 1))
+        ++reports;
+    EXPECT_EQ(reports, 101u);
     EXPECT_EQ(text.rfind(start, 0), 0u);
     EXPECT_NE(text.find(Line(29, "290 ms", "710 ms")), std::string::npos) << text;
     EXPECT_NE(text.find(Line(57, "570 ms", "430 ms")), std::string::npos) << text;
@@ -77,61 +89,7 @@ TEST_F(ConsoleProgressTest, HundredEqualBlocksReportEachPercentOnce)
     EXPECT_EQ(text.find_first_of("\r\n"), std::string::npos); // reports never end a line
 }
 
-TEST_F(ConsoleProgressTest, OneShortBlockJumpsFromZeroToHundred)
-{
-    ConsoleProgress progress(1000, 1, out, &FakeClock);
-    fakeNow += 5;
-    progress.Update(1000);
-    EXPECT_EQ(out.str(), start + Line(100, "5.0 ms", "0.0 ms"));
-}
-
-TEST_F(ConsoleProgressTest, HundredIsReportedExactlyOnceEvenWhenRoundedUpTo)
-{
-    ConsoleProgress progress(1000, 1, out, &FakeClock);
-    progress.Update(994); // 99.4 %
-    progress.Update(996); // 99.6 %, shown as 100
-    progress.Update(1000);
-    progress.Update(5000);
-    EXPECT_EQ(ReportedPercents(out.str()), std::vector<int>({99, 100}));
-}
-
-TEST_F(ConsoleProgressTest, StepSkipsSmallGainsButNeverTheEnd)
-{
-    ConsoleProgress progress(100, 30, out, &FakeClock);
-    for (uint64_t position = 10; position <= 100; position += 10)
-        progress.Update(position);
-    EXPECT_EQ(ReportedPercents(out.str()), std::vector<int>({30, 60, 90, 100}));
-}
-
-TEST_F(ConsoleProgressTest, GainsBelowOnePercentWaitButPositionZeroIsAlwaysReported)
-{
-    ConsoleProgress progress(1000, 1, out, &FakeClock);
-    progress.Update(0);
-    progress.Update(0);
-    progress.Update(4);
-    const std::string zero = Line(0, "0.0 ms", "0.0 ms");
-    EXPECT_EQ(out.str(), start + zero + zero);
-    progress.Update(6); // 0.6 % rounds to 1
-    EXPECT_EQ(ReportedPercents(out.str()), std::vector<int>({0, 0, 1}));
-}
-
-// ---------------------------------------------------------------------------------------
-// Text of the timed reports
-
-TEST_F(ConsoleProgressTest, ElapsedAndLinearRemainingEstimate)
-{
-    ConsoleProgress progress(100, 1, out, &FakeClock);
-    fakeNow += 12;
-    progress.Update(1);
-    fakeNow += 11;
-    progress.Update(2);
-    fakeNow += 61'000;
-    progress.Update(25);
-    EXPECT_EQ(out.str(), start + Line(1, "12.0 ms", "1.19 sec") + Line(2, "23.0 ms", "1.13 sec")
-                             + Line(25, "1 min 1 sec", "3 min 3 sec"));
-}
-
-TEST(ConsoleProgressPrinting, StartIsClampedAndFiltersByDivisionAndLinesShowWholePercents)
+TEST(ConsoleProgress, StartIsClampedAndFiltersByDivisionAndLinesShowWholePercents)
 {
     std::ostringstream out;
     PrintProgressStart(150.0, 100, 100, out);
@@ -143,4 +101,4 @@ TEST(ConsoleProgressPrinting, StartIsClampedAndFiltersByDivisionAndLinesShowWhol
 }
 
 } // namespace
-} // namespace kvo
+} // namespace kvo::testing

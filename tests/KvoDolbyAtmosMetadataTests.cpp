@@ -1,28 +1,17 @@
 // DolbyAtmosMetadata: dbmd chunk bodies built byte by byte, parsed from a file as the WAV
 // reader hands them over; every refusal with its text and the function that raises it.
 
-#include <cstdint>
-#include <iostream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "KvoStreamCapture.h"
 #include "KvoTestUtilities.h"
-#include "KvoWavTestFiles.h"
 #include "audiofiles/KvoDolbyAtmosMetadata.h"
-#include "core/KvoException.h"
 #include "files/KvoFileReader.h"
 
-namespace kvo
+namespace kvo::testing
 {
 namespace
 {
 
-using namespace testing;
-
 constexpr uint32_t sync = 0xF8726FBD;
+constexpr uint32_t version = DolbyAtmosMetadata::supportedDbmdVersion;
 
 /** A segment: identifier, 16-bit size, payload, and the checksum byte that makes size and payload sum to 0. */
 std::string Segment(int id, const std::string& payload, int checksumError = 0)
@@ -38,9 +27,7 @@ std::string AtmosPayload(const std::string& tool, int major, int minor, int micr
 {
     std::string p(248, '\x5A');
     p.replace(32, 64, Bytes().Field(tool, 64).s);
-    p[96] = char(major);
-    p[97] = char(minor);
-    p[98] = char(micro);
+    p.replace(96, 3, std::string { char(major), char(minor), char(micro) });
     p[152] = char(warpByte);
     p.resize(size, '\x5A');
     return p;
@@ -62,9 +49,9 @@ std::string SupplementalPayload(uint32_t syncWord, const std::vector<uint8_t>& r
 }
 
 /** A chunk body: version, segments, the terminating identifier 0. */
-std::string Body(const std::string& segments, uint32_t version = DolbyAtmosMetadata::supportedDbmdVersion)
+std::string Body(const std::string& segments, uint32_t bodyVersion = version)
 {
-    return Bytes().U32(version).Text(segments).U8(0);
+    return Bytes().U32(bodyVersion).Text(segments).U8(0);
 }
 
 /** The outcome of parsing a body from a file. */
@@ -103,42 +90,30 @@ protected:
 
     Parse Run(const std::string& body) { return Run(body, int(body.size())); }
 
-    /** The message a body is refused with, checked to be the printed one and to come from function. */
-    std::string Refusal(const std::string& body, const std::string& function)
-    {
-        const Parse parse = Run(body);
-        EXPECT_NE(parse.report.find("\n" + parse.message + "\n"), std::string::npos) << parse.report;
-        EXPECT_NE(parse.signature.find("DolbyAtmosMetadata::" + function + "("), std::string::npos) << parse.signature;
-        return parse.message;
-    }
-
     TemporaryFolder folder;
 };
 
-// ---------------------------------------------------------------------------------------
-// What is read
+std::vector<int> Modes(const int* modes, int count)
+{
+    return std::vector<int>(modes, modes + count);
+}
 
 TEST_F(DolbyAtmosMetadataTest, BothSegmentsAreReadAndOthersSkipped)
 {
     // Skipped segments' checksums are not looked at; a repeated segment overrides the first.
-    const std::vector<uint8_t> render { 0x00, 0xF9, 0x07, 0xFC };
-    const std::string body = Body(Segment(1, "skip me", 1) + Segment(200, "", 7)
-                                  + Segment(9, AtmosPayload(std::string(64, 'T'), 4, 2, 17, 0xFB))
+    const std::string body = Body(Segment(1, "skip me", 1) + Segment(200, "", 7) + Segment(9, AtmosPayload(std::string(64, 'T'), 4, 2, 17, 0xFB))
                                   + Segment(10, SupplementalPayload(sync, { 5, 5 }))
-                                  + Segment(10, SupplementalPayload(sync, render, 3)));
+                                  + Segment(10, SupplementalPayload(sync, { 0x00, 0xF9, 0x07, 0xFC }, 3)));
     const Parse parse = Run(body);
     ASSERT_EQ(parse.message, "") << parse.report;
     EXPECT_EQ(parse.position, int64_t(body.size()));
-
     const DolbyAtmosMetadata& m = parse.metadata;
     EXPECT_TRUE(m.hasAtmosSegment && m.hasSupplementalSegment);
     EXPECT_EQ(std::string(m.contentCreationTool), std::string(64, 'T')); // terminated after its 64 bytes
     // The upper five bits of the warp mode and of the render modes are dropped.
-    EXPECT_EQ(std::vector<int>({ m.toolVersionMajor, m.toolVersionMinor, m.toolVersionMicro, m.warpMode }),
-              (std::vector<int> { 4, 2, 17, 3 }));
-    EXPECT_EQ(std::vector<int>(m.objectBinauralRenderMode, m.objectBinauralRenderMode + m.numObjects),
-              (std::vector<int> { 0, 1, 7, 4 }));
-    EXPECT_EQ(std::vector<int>(m.trimMode, m.trimMode + 9), (std::vector<int> { 1, 0, 1, 0, 1, 0, 1, 0, 1 }));
+    EXPECT_EQ(std::vector<int>({ m.toolVersionMajor, m.toolVersionMinor, m.toolVersionMicro, m.warpMode }), (std::vector<int> { 4, 2, 17, 3 }));
+    EXPECT_EQ(Modes(m.objectBinauralRenderMode, m.numObjects), (std::vector<int> { 0, 1, 7, 4 }));
+    EXPECT_EQ(Modes(m.trimMode, 9), (std::vector<int> { 1, 0, 1, 0, 1, 0, 1, 0, 1 }));
 
     // The sample chunk of the test data, which also seeds the fuzzer.
     const Parse sample = Run(ReadWholeFile(KVO_TEST_DATA_DIR "/atmos-dbmd.bin"));
@@ -151,114 +126,103 @@ TEST_F(DolbyAtmosMetadataTest, BothSegmentsAreReadAndOthersSkipped)
     const Parse none = Run(Body("") + Segment(9, "too short"));
     ASSERT_EQ(none.message, "");
     EXPECT_FALSE(none.metadata.hasAtmosSegment || none.metadata.hasSupplementalSegment);
-}
 
-TEST_F(DolbyAtmosMetadataTest, AtMostOneHundredAndTwentyEightObjects)
-{
+    // 128 objects at most.
     std::vector<uint8_t> render(128);
     for (size_t i = 0; i < render.size(); ++i)
         render[i] = uint8_t(i * 37);
-    Parse parse = Run(Body(Segment(10, SupplementalPayload(sync, render))));
-    ASSERT_EQ(parse.message, "");
-    EXPECT_EQ(parse.metadata.numObjects, 128);
+    const Parse most = Run(Body(Segment(10, SupplementalPayload(sync, render))));
+    ASSERT_EQ(most.message, "");
+    ASSERT_EQ(most.metadata.numObjects, 128);
     for (size_t i = 0; i < render.size(); ++i)
-        EXPECT_EQ(parse.metadata.objectBinauralRenderMode[i], int(render[i] & 7)) << i;
+        EXPECT_EQ(most.metadata.objectBinauralRenderMode[i], int(render[i] & 7)) << i;
 
-    // 129 objects with a sound checksum: refused by the count.
-    render.push_back(1);
-    EXPECT_EQ(Refusal(Body(Segment(10, SupplementalPayload(sync, render))), "parseDolbyAtmosSplmlMetadata"),
-              "Too many objects");
-}
-
-TEST_F(DolbyAtmosMetadataTest, ShortSupplementalSegmentReadsOnIntoWhatFollows)
-{
     // A segment of only the sync word and the count: the skipped byte is its checksum, the
     // trim records come from the bytes after it, and the walk goes on behind them.
-    const std::string segment = Segment(10, Bytes().U32(sync).U16(0));
     std::string records;
     for (const uint8_t t : trims)
         records += Bytes().U8(t).Text(std::string(14, '\0')).s;
-    const Parse parse = Run(Body(segment + records));
-    ASSERT_EQ(parse.message, "") << parse.report;
-    EXPECT_EQ(std::vector<int>(parse.metadata.trimMode, parse.metadata.trimMode + 9),
-              (std::vector<int> { 1, 0, 1, 0, 1, 0, 1, 0, 1 }));
+    const Parse shortSegment = Run(Body(Segment(10, Bytes().U32(sync).U16(0)) + records));
+    ASSERT_EQ(shortSegment.message, "") << shortSegment.report;
+    EXPECT_EQ(Modes(shortSegment.metadata.trimMode, 9), (std::vector<int> { 1, 0, 1, 0, 1, 0, 1, 0, 1 }));
 
-    // Without those bytes the reading would leave the chunk.
-    EXPECT_EQ(Refusal(Body(segment), "readLittleEndianField"), "Segment runs past the end of 'dbmd' chunk");
+    // 6144 bytes at most: what follows is not read.
+    std::string largest = Body(Segment(9, AtmosPayload("x", 1, 2, 3, 0)));
+    largest.resize(6144, '\xAB');
+    const Parse large = Run(largest + "tail", 6144);
+    ASSERT_EQ(large.message, "");
+    EXPECT_TRUE(large.metadata.hasAtmosSegment);
+    EXPECT_EQ(large.position, 6144);
+
+    for (const uint32_t accepted : { 0x01000007u, 0x00FFFFFFu, 0x01000006u, 0x00000000u })
+        EXPECT_EQ(Run(Body("", accepted)).message, "") << std::hex << accepted;
+    // Of a size of 260 only the low byte, 4, counts in the checksum.
+    EXPECT_EQ(Run(Body(Segment(10, SupplementalPayload(sync, {}, 260 - 142)))).message, "");
+    // A file that ends before the stated size: the walk keeps to the bytes read.
+    const std::string atmos = Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0)));
+    EXPECT_EQ(Run(atmos, int(atmos.size()) + 100).message, "");
 }
 
-// ---------------------------------------------------------------------------------------
-// Refusals
-
-TEST_F(DolbyAtmosMetadataTest, SixThousandOneHundredAndFortyFourBytesAtMost)
+TEST_F(DolbyAtmosMetadataTest, Refusals)
 {
-    std::string body = Body(Segment(9, AtmosPayload("x", 1, 2, 3, 0)));
-    body.resize(6144, '\xAB');
-    Parse parse = Run(body + "tail", 6144);
-    ASSERT_EQ(parse.message, "");
-    EXPECT_TRUE(parse.metadata.hasAtmosSegment);
-    EXPECT_EQ(parse.position, 6144);
-
-    // Refused before a byte is read, as is a size of 2 GiB or more, which arrives negative.
-    for (const int size : { 6145, -2 })
+    const std::string overrun = "Segment runs past the end of 'dbmd' chunk";
+    const std::string badChecksum = "invalid checksum";
+    const std::string atmos = Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0)));
+    const std::string supplemental = Body(Segment(10, SupplementalPayload(sync, { 1, 2 })));
+    const std::string badSync = SupplementalPayload(0x12345678, { 1 });
+    std::string largest = Body("");
+    largest.resize(6145, '\xAB');
+    std::vector<uint8_t> render(129, 1);
+    struct Case
     {
-        parse = Run(body + "z", size);
-        EXPECT_EQ(parse.message, "Invalid chunk size for 'dbmd'");
-        EXPECT_NE(parse.signature.find("DolbyAtmosMetadata::CreateFrom("), std::string::npos);
-        EXPECT_EQ(parse.position, 0);
+        std::string body;
+        int chunkSize; // -1: the body's size
+        std::string message;
+        std::string function;
+    };
+    std::vector<Case> cases = {
+        // Refused before a byte is read, as is a size of 2 GiB or more, which arrives negative.
+        { largest, -1, "Invalid chunk size for 'dbmd'", "CreateFrom" },
+        { largest, -2, "Invalid chunk size for 'dbmd'", "CreateFrom" },
+        { "", -1, "Truncated 'dbmd' chunk", "CreateFrom" },
+        { Z("\x07\x00\x00"), -1, "Truncated 'dbmd' chunk", "CreateFrom" },
+        { Bytes().U32(version).Text(Segment(1, "abc")), -1, "Missing end of segments in 'dbmd' chunk", "CreateFrom" },
+        // A supplemental segment whose checksum is the chunk's last byte is read whole.
+        { Bytes().U32(version).Text(Segment(10, SupplementalPayload(sync, { 1 }))), -1, "Missing end of segments in 'dbmd' chunk", "CreateFrom" },
+        { Bytes().U32(version).U8(1).U8(5), -1, overrun, "readLittleEndianField" }, // half a size
+        { Bytes().U32(version).U8(1).U16(100).Text("abc"), -1, overrun, "readLittleEndianField" },
+        // Read segments that lack their checksum byte.
+        { atmos.substr(0, atmos.size() - 2), -1, overrun, "parseDolbyAtmosMetadata" },
+        { supplemental.substr(0, supplemental.size() - 2), -1, overrun, "parseDolbyAtmosSplmlMetadata" },
+        { atmos.substr(0, 100), int(atmos.size()), overrun, "parseDolbyAtmosMetadata" },
+        { Body(Segment(10, Bytes().U32(sync).U16(0))), -1, overrun, "readLittleEndianField" },
+        // Segment 9 is 248 bytes or refused, whatever its checksum says.
+        { Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0, 247))), -1, "unsupported segment size", "parseDolbyAtmosMetadata" },
+        { Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0, 249))), -1, "unsupported segment size", "parseDolbyAtmosMetadata" },
+        { Body(Segment(9, "")), -1, "unsupported segment size", "parseDolbyAtmosMetadata" },
+        { Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0), 1)), -1, badChecksum, "parseDolbyAtmosMetadata" },
+        // Segment 10's checksum is looked at before its sync word.
+        { Body(Segment(10, badSync, 1)), -1, badChecksum, "parseDolbyAtmosSplmlMetadata" },
+        { Body(Segment(10, badSync)), -1, "Bad DASMS Sync", "parseDolbyAtmosSplmlMetadata" },
+        // With the high byte of a size of 260 the sum would be one more.
+        { Body(Segment(10, SupplementalPayload(sync, {}, 260 - 142), 255)), -1, badChecksum, "parseDolbyAtmosSplmlMetadata" },
+        // 129 objects with a sound checksum: refused by the count.
+        { Body(Segment(10, SupplementalPayload(sync, render))), -1, "Too many objects", "parseDolbyAtmosSplmlMetadata" },
+    };
+    for (const uint32_t newer : { 0x01000008u, 0x02000000u, 0x01010000u, 0x01000100u })
+        cases.push_back({ Body("", newer), -1, "Newer (unsupported) version for 'dbmd' chunk", "CreateFrom" });
+    for (const Case& c : cases)
+    {
+        const Parse parse = Run(c.body, c.chunkSize == -1 ? int(c.body.size()) : c.chunkSize);
+        EXPECT_EQ(parse.message, c.message) << c.function << " " << c.body.size();
+        EXPECT_NE(parse.report.find("\n" + parse.message + "\n"), std::string::npos) << parse.report;
+        EXPECT_NE(parse.signature.find("DolbyAtmosMetadata::" + c.function + "("), std::string::npos) << parse.signature;
+        if (c.function == "CreateFrom" && c.message.rfind("Invalid", 0) == 0)
+        {
+            EXPECT_EQ(parse.position, 0);
+        }
     }
 }
 
-TEST_F(DolbyAtmosMetadataTest, VersionsUpToTheSupportedOne)
-{
-    for (const uint32_t version : { 0x01000007u, 0x00FFFFFFu, 0x01000006u, 0x00000000u })
-        EXPECT_EQ(Run(Body("", version)).message, "") << std::hex << version;
-    for (const uint32_t version : { 0x01000008u, 0x02000000u, 0x01010000u, 0x01000100u })
-        EXPECT_EQ(Refusal(Body("", version), "CreateFrom"), "Newer (unsupported) version for 'dbmd' chunk")
-            << std::hex << version;
-}
-
-TEST_F(DolbyAtmosMetadataTest, SegmentSizesAndChecksums)
-{
-    // Segment 9 is 248 bytes or refused, whatever its checksum says.
-    for (const size_t size : { 247u, 249u, 0u })
-        EXPECT_EQ(Refusal(Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0, size))), "parseDolbyAtmosMetadata"),
-                  "unsupported segment size")
-            << size;
-    EXPECT_EQ(Refusal(Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0), 1)), "parseDolbyAtmosMetadata"),
-              "invalid checksum");
-
-    // Segment 10's checksum is looked at before its sync word.
-    const std::string badSync = SupplementalPayload(0x12345678, { 1 });
-    EXPECT_EQ(Refusal(Body(Segment(10, badSync, 1)), "parseDolbyAtmosSplmlMetadata"), "invalid checksum");
-    EXPECT_EQ(Refusal(Body(Segment(10, badSync)), "parseDolbyAtmosSplmlMetadata"), "Bad DASMS Sync");
-
-    // Of a size of 260 only the low byte, 4, counts: with the high byte too the sum would be one more.
-    const std::string payload = SupplementalPayload(sync, {}, 260 - 142);
-    EXPECT_EQ(Run(Body(Segment(10, payload))).message, "");
-    EXPECT_EQ(Run(Body(Segment(10, payload, 255))).message, "invalid checksum");
-}
-
-TEST_F(DolbyAtmosMetadataTest, ChunksEndingTooSoon)
-{
-    const std::string overrun = "Segment runs past the end of 'dbmd' chunk";
-    EXPECT_EQ(Refusal("", "CreateFrom"), "Truncated 'dbmd' chunk");
-    EXPECT_EQ(Refusal(std::string("\x07\x00\x00", 3), "CreateFrom"), "Truncated 'dbmd' chunk");
-    EXPECT_EQ(Refusal(Bytes().U32(0x01000007).Text(Segment(1, "abc")), "CreateFrom"),
-              "Missing end of segments in 'dbmd' chunk");
-    EXPECT_EQ(Refusal(Bytes().U32(0x01000007).U8(1).U8(5), "readLittleEndianField"), overrun); // half a size
-    EXPECT_EQ(Refusal(Bytes().U32(0x01000007).U8(1).U16(100).Text("abc"), "readLittleEndianField"), overrun);
-
-    // Read segments that lack their checksum byte.
-    std::string atmos = Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0)));
-    EXPECT_EQ(Refusal(atmos.substr(0, atmos.size() - 2), "parseDolbyAtmosMetadata"), overrun);
-    std::string supplemental = Body(Segment(10, SupplementalPayload(sync, { 1, 2 })));
-    EXPECT_EQ(Refusal(supplemental.substr(0, supplemental.size() - 2), "parseDolbyAtmosSplmlMetadata"), overrun);
-
-    // A file that ends before the stated size: the walk keeps to the bytes read.
-    EXPECT_EQ(Run(atmos, int(atmos.size()) + 100).message, "");
-    EXPECT_EQ(Run(atmos.substr(0, 100), int(atmos.size())).message, overrun);
-}
-
 } // namespace
-} // namespace kvo
+} // namespace kvo::testing

@@ -1,22 +1,12 @@
 // Failing disks and inputs that change or are not files: the join stops with its report
 // and leaves a well-formed partial output.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cerrno>
-#include <cstdint>
-#include <fstream>
-#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "KvoStreamCapture.h"
 #include "KvoTestUtilities.h"
 #include "audiofiles/KvoWavFileReader.h"
-#include "core/KvoException.h"
-#include "core/KvoReportLine.h"
-#include "files/KvoFile.h"
 #include "files/KvoFileHandle.h"
 #include "shell/KvoSonaJoin.h"
 
@@ -37,31 +27,22 @@ std::string CountingWav(uint32_t numSamples)
 /** Runs the join in this process, quietly, and returns the message of what it threw. */
 std::string JoinMessage(const std::string& inputs, const std::string& destination)
 {
-    const int savedTarget = ConsoleTarget;
-    ConsoleTarget = 0;
-    std::string message;
-    try
-    {
+    const ScopedConsoleTarget quiet;
+    return MessageOf([&] {
         SonaJoin join;
         join.SetInputs(String(inputs), 1);
         join.SetDestination(File(destination.c_str()));
         join.Process();
-    }
-    catch (const Exception& failure)
-    {
-        message = failure.GetMessage().GetStdString();
-    }
-    ConsoleTarget = savedTarget;
-    return message;
+    });
 }
 
 /** Makes every write stop at a fixed file size, as a full disk does, while it lives. */
 class FullDisk
 {
 public:
-    explicit FullDisk(int64_t capacity)
+    explicit FullDisk(int64_t bytes)
     {
-        FullDisk::capacity = capacity;
+        capacity = bytes;
         details::fileSystemCalls.write = write;
     }
     ~FullDisk() { details::fileSystemCalls = details::GetSystemFileCalls(); }
@@ -88,7 +69,7 @@ private:
 class DeleteOnText : public std::streambuf
 {
 public:
-    DeleteOnText(std::string trigger, std::string victim) : trigger(std::move(trigger)), victim(std::move(victim)) {}
+    DeleteOnText(std::string text, std::string path) : trigger(std::move(text)), victim(std::move(path)) {}
 
 protected:
     int overflow(int c) override
@@ -111,7 +92,7 @@ class Faults : public ::testing::Test
 protected:
     std::string Input(const std::string& name, uint32_t numSamples)
     {
-        std::ofstream(folder / name, std::ios::binary) << CountingWav(numSamples);
+        WriteWholeFile(folder / name, CountingWav(numSamples));
         return folder / name;
     }
 

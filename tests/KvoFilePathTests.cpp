@@ -1,17 +1,10 @@
 // Canonical paths and the queries and changes around them, on real temporary folders.
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <fstream>
-#include <string>
-#include <utility>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "KvoTestPrivileges.h"
 #include "KvoTestUtilities.h"
-#include "KvoStreamCapture.h"
 #include "core/KvoException.h"
 #include "files/KvoFile.h"
 
@@ -27,7 +20,7 @@ std::string pathOf(const char* text)
 
 void touch(const std::string& path)
 {
-    std::ofstream(path) << "x";
+    WriteWholeFile(path, "x");
 }
 
 TEST(FilePath, AbsolutePathsFold)
@@ -68,7 +61,7 @@ TEST(FilePath, TildeExpandsToHome)
         EXPECT_EQ(pathOf(text), path) << text;
 }
 
-TEST(FilePath, HomeValuesThatAskForTildeThemselvesArePassedOver)
+TEST(FilePath, HomeValuesThatAskForTildeThemselvesArePassedOverDownToTheWorkingFolder)
 {
     // Each of these, taken as the home folder, would expand "~" again without end.
     ScopedEnvironment lower("home", "~/again");
@@ -81,20 +74,17 @@ TEST(FilePath, HomeValuesThatAskForTildeThemselvesArePassedOver)
     }
 
     // "~abc" asks for no expansion, so it serves as it stands.
-    ScopedEnvironment home("HOME", "~abc");
+    ScopedEnvironment ownHome("HOME", "~abc");
     EXPECT_EQ(pathOf("~/x"), "~abc/x");
-}
 
-TEST(FilePath, HomeFallsBackToTheWorkingFolder)
-{
     TemporaryFolder folder;
     const std::string real = RealPath(folder.GetPath());
     ScopedWorkingDirectory inside(real);
 
-    ScopedEnvironment home("HOME", nullptr);
-    ScopedEnvironment lower("home", "~");
-    ScopedEnvironment drive("HOMEDRIVE", "");
-    ScopedEnvironment homePath("HOMEPATH", " ~");
+    ScopedEnvironment noHome("HOME", nullptr);
+    ScopedEnvironment lowerTilde("home", "~");
+    ScopedEnvironment noDrive("HOMEDRIVE", "");
+    ScopedEnvironment tildePath("HOMEPATH", " ~");
     EXPECT_EQ(pathOf("~"), real);
     EXPECT_EQ(pathOf("~/a.wav"), real + "/a.wav");
 

@@ -2,26 +2,15 @@
 // seeking, retried short and interrupted transfers, failures mid-way, pieces of very large
 // counts, the exact bytes of every write, and the files and folders they refuse.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <iterator>
-#include <string>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
-#include "KvoStreamCapture.h"
 #include "KvoTestUtilities.h"
-#include "core/KvoException.h"
 #include "core/KvoMemoryBlock.h"
 #include "files/KvoFileHandle.h"
 #include "files/KvoFileReader.h"
@@ -63,13 +52,11 @@ public:
 private:
     static int64_t logRead(int handle, void* dest, uint64_t numBytes)
     {
-        active->log.push_back("read " + std::to_string(numBytes));
-        return active->read(handle, dest, numBytes);
+        return active->log.push_back("read " + std::to_string(numBytes)), active->read(handle, dest, numBytes);
     }
     static int64_t logWrite(int handle, const void* source, uint64_t numBytes)
     {
-        active->log.push_back("write " + std::to_string(numBytes));
-        return active->write(handle, source, numBytes);
+        return active->log.push_back("write " + std::to_string(numBytes)), active->write(handle, source, numBytes);
     }
     static int64_t logSeek(int handle, int64_t offset, int whence)
     {
@@ -92,12 +79,20 @@ File fileAt(const std::string& path)
     return File(path.c_str());
 }
 
+/** A reader of a fresh file holding bytes. */
+struct ReaderOf
+{
+    explicit ReaderOf(const std::string& bytes) : reader((WriteWholeFile(folder / "f", bytes), fileAt(folder / "f"))) {}
+    TemporaryFolder folder;
+    FileReader reader;
+};
+
 /** Address space that is never touched: lets a fake system call take counts beyond 2 GiB. */
 class UntouchedBytes
 {
 public:
-    explicit UntouchedBytes(size_t size)
-        : size(size), bytes(::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0))
+    explicit UntouchedBytes(size_t numBytes)
+        : size(numBytes), bytes(::mmap(nullptr, numBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0))
     {
     }
     ~UntouchedBytes()
@@ -116,9 +111,8 @@ constexpr int64_t gibibyte = int64_t(1) << 30;
 
 TEST(FileStreamReader, SeeksOnlyWhenAReadNeedsIt)
 {
-    TemporaryFolder folder;
-    WriteWholeFile(folder / "f", "0123456789");
-    FileReader reader(fileAt(folder / "f"));
+    ReaderOf file("0123456789");
+    FileReader& reader = file.reader;
     SystemCallSpy spy;
     char bytes[8] = {};
 
@@ -155,9 +149,8 @@ TEST(FileStreamReader, SeeksOnlyWhenAReadNeedsIt)
 
 TEST(FileStreamReader, ShortAndInterruptedReadsAreRetried)
 {
-    TemporaryFolder folder;
-    WriteWholeFile(folder / "f", "abcdefghij");
-    FileReader reader(fileAt(folder / "f"));
+    ReaderOf file("abcdefghij");
+    FileReader& reader = file.reader;
     SystemCallSpy spy;
     int calls = 0;
     spy.read = [&calls](int handle, void* dest, uint64_t numBytes) {
@@ -174,9 +167,8 @@ TEST(FileStreamReader, ShortAndInterruptedReadsAreRetried)
 
 TEST(FileStreamReader, FailuresDeliverWhatCameBeforeAndAFailedSeekStaysPending)
 {
-    TemporaryFolder folder;
-    WriteWholeFile(folder / "f", "abcdefghij");
-    FileReader reader(fileAt(folder / "f"));
+    ReaderOf file("abcdefghij");
+    FileReader& reader = file.reader;
     SystemCallSpy spy;
     char bytes[10] = {};
     reader.SetPosition(6);
@@ -203,10 +195,9 @@ TEST(FileStreamReader, FailuresDeliverWhatCameBeforeAndAFailedSeekStaysPending)
 
 TEST(FileStreamReader, AGrowingFileKeepsItsOpeningLength)
 {
-    TemporaryFolder folder;
-    WriteWholeFile(folder / "f", "abc");
-    FileReader reader(fileAt(folder / "f"));
-    std::ofstream(folder / "f", std::ios::binary | std::ios::app) << "defg";
+    ReaderOf file("abc");
+    FileReader& reader = file.reader;
+    std::ofstream(file.folder / "f", std::ios::binary | std::ios::app) << "defg";
 
     EXPECT_EQ(reader.GetTotalLength(), 3);
     EXPECT_TRUE(reader.SetPosition(5));
@@ -225,9 +216,8 @@ TEST(FileStreamReader, AGrowingFileKeepsItsOpeningLength)
 
 TEST(FileStreamReader, CopiesDoNotShareTheSystemsPosition)
 {
-    TemporaryFolder folder;
-    WriteWholeFile(folder / "f", "abcdefgh");
-    FileReader original(fileAt(folder / "f"));
+    ReaderOf file("abcdefgh");
+    FileReader& original = file.reader;
     char a[2], b[4];
     ASSERT_EQ(original.Read(a, 2), 2);
     FileReader copy(original);
@@ -347,10 +337,9 @@ TEST(FileStreamWriter, ShortInterruptedAndFailedWrites)
 
 TEST(FileStream, HugeCountsAreReadAndWrittenInPieces)
 {
-    TemporaryFolder folder;
-    WriteWholeFile(folder / "f", "x");
-    FileReader reader(fileAt(folder / "f"));
-    FileWriter writer(fileAt(folder / "out"));
+    ReaderOf file("x");
+    FileReader& reader = file.reader;
+    FileWriter writer(fileAt(file.folder / "out"));
     const int64_t count = 3 * gibibyte + 5;
     UntouchedBytes bytes(static_cast<size_t>(count));
     ASSERT_NE(bytes.Get(), nullptr);

@@ -1,17 +1,10 @@
 // Input lists and folder walks, in temporary folders the tests build.
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <fcntl.h>
-#include <fstream>
-#include <initializer_list>
-#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
-#include "KvoTestPrivileges.h"
 #include "KvoTestUtilities.h"
 #include "files/KvoFolderIterator.h"
 
@@ -28,7 +21,7 @@ namespace
 class DeepChain
 {
 public:
-    DeepChain(const std::string& root, const std::string& name, int depth) : name(name)
+    DeepChain(const std::string& root, const std::string& folderName, int depth) : name(folderName)
     {
         folders.push_back(::open(root.c_str(), O_RDONLY | O_DIRECTORY));
         for (int i = 0; i < depth && folders.back() >= 0; ++i)
@@ -60,7 +53,7 @@ class InputList : public ::testing::Test
 {
 protected:
 
-    void touch(const std::string& name) { std::ofstream(root + "/" + name) << "x"; }
+    void touch(const std::string& name) { WriteWholeFile(root + "/" + name, "x"); }
     void makeFolder(const std::string& name) { ::mkdir((root + "/" + name).c_str(), 0777); }
     /** Makes each entry in turn: a folder where the name ends in "/", else a file. */
     void build(std::initializer_list<std::string> names)

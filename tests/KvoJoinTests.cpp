@@ -1,11 +1,8 @@
-// Joins run through the sonajoin executable: the output's exact bytes and the console text.
+// Joins run through the sonajoin executable, one row each: the inputs, the exit code, the
+// console text and the output's exact bytes.
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
 #include <filesystem>
-#include <string>
-#include <vector>
+#include <map>
 
 #include "KvoTestUtilities.h"
 
@@ -14,59 +11,70 @@ namespace kvo::testing
 namespace
 {
 
-std::string le16(uint32_t v)
+/** One input file: its shape and a deterministic signal of frames * channels values spread over the width's range. */
+struct Input
 {
-    return LittleEndian(v, 2);
-}
+    int channels;
+    uint32_t rate;
+    int bits;
+    size_t frames;
+    uint32_t seed;
 
-std::string le32(uint32_t v)
-{
-    return LittleEndian(v, 4);
-}
+    std::vector<int32_t> Samples() const
+    {
+        std::vector<int32_t> samples(frames * size_t(channels));
+        uint32_t state = seed;
+        for (int32_t& s : samples)
+        {
+            state = state * 1664525u + 1013904223u;
+            s = int32_t(int64_t(state >> (32 - bits)) - (int64_t(1) << bits) / 2);
+        }
+        return samples;
+    }
+};
 
-/** Interleaved PCM bytes of the given width, little-endian, from sample values. */
-std::string pcmBytes(const std::vector<int32_t>& samples, int bits)
+const std::map<std::string, Input> inputs = {
+    { "s48.wav", { 2, 48000, 16, 1000, 1 } },  { "m.wav", { 1, 44100, 16, 700, 4 } },   { "s.wav", { 2, 44100, 16, 300, 5 } },
+    { "w24.wav", { 3, 44100, 24, 100, 6 } },   { "n16.wav", { 3, 48000, 16, 50, 7 } },  { "u8.wav", { 1, 22050, 8, 3, 8 } },
+    { "a.wav", { 1, 44100, 16, 100, 9 } },     { "z.wav", { 1, 44100, 16, 0, 0 } },     { "b.wav", { 1, 44100, 16, 100, 10 } },
+    { "block.wav", { 1, 44100, 16, 16384, 11 } }, { "long.wav", { 2, 44100, 16, 20000, 12 } },
+    { "m8193.wav", { 1, 44100, 16, 8193, 13 } }, { "ten.wav", { 1, 44100, 16, 10, 15 } },
+};
+
+/** Little-endian PCM bytes of the given width (8 bits unsigned) from sample values. */
+std::string PcmBytes(const std::vector<int32_t>& samples, int bits)
 {
     std::string bytes;
     for (int32_t s : samples)
-        for (int b = 0; b < bits / 8; ++b)
-            bytes += static_cast<char>((bits == 8 ? s + 128 : s) >> (8 * b));
+        bytes += LittleEndian(uint32_t(bits == 8 ? s + 128 : s), bits / 8);
     return bytes;
 }
 
-/** The 104-byte header of a plain RIFF output: JUNK reserve, 16-byte fmt, data. */
-std::string expectedOutputHeader(uint16_t numChannels, uint32_t sampleRate, uint16_t bits, uint32_t dataSize)
+/** What a join of names makes: the first input's rate and depth, the widest channel count, silence above each input's channels. */
+std::string JoinedFile(const std::vector<std::string>& names)
 {
-    const uint32_t blockAlign = numChannels * bits / 8u;
-    return "RIFF" + le32(96 + dataSize + (dataSize & 1)) + "WAVE" + "JUNK" + le32(52) + std::string(52, '\0')
-           + "fmt " + le32(16) + le16(bits < 32 ? 1 : 3) + le16(numChannels) + le32(sampleRate)
-           + le32(sampleRate * blockAlign) + le16(blockAlign) + le16(bits) + "data" + le32(dataSize);
-}
-
-/** Deterministic test signal of numSamples values spread over the width's range. */
-std::vector<int32_t> signal(size_t numSamples, int bits, uint32_t seed)
-{
-    std::vector<int32_t> samples(numSamples);
-    const int64_t range = int64_t(1) << bits;
-    for (int32_t& s : samples)
+    const Input& first = inputs.at(names[0]);
+    int channels = 0;
+    for (const std::string& name : names)
+        channels = std::max(channels, inputs.at(name).channels);
+    std::vector<int32_t> samples;
+    for (const std::string& name : names)
     {
-        seed = seed * 1664525u + 1013904223u;
-        s = static_cast<int32_t>(static_cast<int64_t>(seed >> (32 - bits)) - range / 2);
+        const Input& input = inputs.at(name);
+        const std::vector<int32_t> own = input.Samples();
+        for (size_t i = 0; i < own.size(); ++i)
+        {
+            samples.push_back(own[i] * (1 << (first.bits - input.bits)));
+            if (int(i % size_t(input.channels)) == input.channels - 1)
+                samples.insert(samples.end(), size_t(channels - input.channels), 0);
+        }
     }
-    return samples;
-}
-
-/** Spreads mono samples over channel 0 of numChannels, the other channels silent. */
-std::vector<int32_t> widened(const std::vector<int32_t>& mono, size_t numChannels)
-{
-    std::vector<int32_t> frames(mono.size() * numChannels, 0);
-    for (size_t i = 0; i < mono.size(); ++i)
-        frames[i * numChannels] = mono[i];
-    return frames;
+    const std::string data = PcmBytes(samples, first.bits);
+    return WavWriterHeader(channels, first.rate, first.bits, data.size()) + data + std::string(data.size() % 2, '\0');
 }
 
 /** Replaces whatever stands between each opening and the closing text after it. */
-std::string masked(std::string text, const std::string& opening, const std::string& closing, const std::string& mask)
+std::string Masked(std::string text, const std::string& opening, const std::string& closing, const std::string& mask)
 {
     for (size_t start = text.find(opening); start != std::string::npos; start = text.find(opening, start + 1))
     {
@@ -80,224 +88,119 @@ std::string masked(std::string text, const std::string& opening, const std::stri
 }
 
 /** Console text with the timings, which vary from run to run, replaced by fixed words. */
-std::string withoutTimings(const std::string& text)
+std::string WithoutTimings(const std::string& text)
 {
-    return masked(masked(text, "(elapsed ", ")", "T | remaining T"), "Finished: ", " msec", "N");
+    return Masked(Masked(text, "(elapsed ", ")", "T | remaining T"), "Finished: ", " msec", "N");
 }
 
-/** The console text of a join up to its first input's name, timings masked as withoutTimings does. */
-std::string opening(int numChannels, uint64_t totalNumSamples, const std::string& first)
+/** A progress report as WithoutTimings leaves it. */
+std::string Progress(int percent)
 {
-    return ExpectedBanner() + "numChannelsForDestination = " + std::to_string(numChannels) + "\ntotalNumSamples = "
-           + std::to_string(totalNumSamples) + "\nProgress : 0 % reading file " + InQuotes(first) + "\n";
-}
-
-/** The expected output of a plain RIFF join: header, samples, pad byte. */
-std::string expectedOutput(uint16_t numChannels, uint32_t sampleRate, uint16_t bits, const std::string& data)
-{
-    std::string bytes = expectedOutputHeader(numChannels, sampleRate, bits, static_cast<uint32_t>(data.size())) + data;
-    if (data.size() & 1)
-        bytes += '\0';
-    return bytes;
+    return "Progress : " + std::to_string(percent) + " %  (elapsed T | remaining T)";
 }
 
 class Join : public ::testing::Test
 {
 protected:
-    /** Writes a 16-bit PCM input and returns its path. */
-    std::string input(const std::string& name, uint16_t numChannels, uint32_t rate, const std::vector<int32_t>& samples,
-                      uint16_t bits = 16)
+    void SetUp() override
     {
-        WriteWholeFile(folder / name, CanonicalWav(1, numChannels, rate, bits, pcmBytes(samples, bits)));
-        return folder / name;
+        for (const auto& [name, input] : inputs)
+            WriteWholeFile(folder / name, CanonicalWav(1, uint16_t(input.channels), input.rate, uint16_t(input.bits),
+                                                       PcmBytes(input.Samples(), input.bits)));
     }
 
-    ProgramRun join(const std::string& inputList) { return RunSonaJoin({"-i", inputList, "-d", output}); }
-
-    void expectSuccess(const ProgramRun& run)
+    /** The console text of a join up to its first input's name. */
+    std::string Opening(int numChannels, uint64_t totalNumSamples, const std::string& first) const
     {
-        EXPECT_EQ(run.exitCode, 0);
-        EXPECT_EQ(run.standardError, "");
+        return ExpectedBanner() + "numChannelsForDestination = " + std::to_string(numChannels) + "\ntotalNumSamples = "
+               + std::to_string(totalNumSamples) + "\nProgress : 0 % reading file " + InQuotes(folder / first) + "\n";
     }
+
+    std::string Reading(const std::string& name) const { return "reading file " + InQuotes(folder / name) + "\n"; }
 
     TemporaryFolder folder;
     const std::string output = folder / "out.wav";
+    const std::string finished = Progress(100) + "Finished: N msec\n";
 };
 
-TEST_F(Join, OneInputReplacesTheDestinationWithACopy)
+TEST_F(Join, JoinsOfGoodInputs)
 {
-    const std::vector<int32_t> samples = signal(2 * 1000, 16, 1);
-    const std::string a = input("a.wav", 2, 48000, samples);
-    WriteWholeFile(output, std::string(5000, 'x')); // an existing destination is replaced
-
-    const ProgramRun run = join(a);
-    expectSuccess(run);
-    EXPECT_EQ(withoutTimings(run.standardOutput), opening(2, 1000, a)
-                                                        + "Progress : 100 %  (elapsed T | remaining T)Finished: N msec\n");
-    EXPECT_EQ(ReadWholeFile(output), expectedOutput(2, 48000, 16, pcmBytes(samples, 16)));
-}
-
-TEST_F(Join, NarrowInputsGetSilenceInTheUpperChannels)
-{
-    const std::vector<int32_t> mono = signal(700, 16, 4);
-    const std::vector<int32_t> stereo = signal(2 * 300, 16, 5);
-    const std::string m = input("m.wav", 1, 44100, mono);
-    const std::string s = input("s.wav", 2, 44100, stereo);
-
-    for (const bool monoFirst : {true, false})
+    struct Case
     {
-        const ProgramRun run = join(monoFirst ? m + "," + s : s + ", " + m);
-        expectSuccess(run);
-        const std::string& first = monoFirst ? m : s;
-        const std::string& second = monoFirst ? s : m;
-        EXPECT_EQ(withoutTimings(run.standardOutput), opening(2, 1000, first)
-                                                            + "Progress : " + (monoFirst ? "70" : "30") + " %  (elapsed T | remaining T)"
-                                                            "reading file " + InQuotes(second) + "\n"
-                                                            "Progress : 100 %  (elapsed T | remaining T)"
-                                                            "Finished: N msec\n");
-
-        const std::string monoPart = pcmBytes(widened(mono, 2), 16);
-        const std::string stereoPart = pcmBytes(stereo, 16);
-        EXPECT_EQ(ReadWholeFile(output),
-                  expectedOutput(2, 44100, 16, monoFirst ? monoPart + stereoPart : stereoPart + monoPart))
-            << (monoFirst ? "mono first" : "stereo first");
+        std::vector<std::string> names;
+        std::string console; // empty: not looked at
+        std::string destination = "out.wav";
+    };
+    const std::vector<Case> cases = {
+        { { "s48.wav" }, Opening(2, 1000, "s48.wav") + finished },
+        // Narrow inputs get silence in the upper channels.
+        { { "m.wav", "s.wav" }, Opening(2, 1000, "m.wav") + Progress(70) + Reading("s.wav") + finished },
+        { { "s.wav", "m.wav" }, Opening(2, 1000, "s.wav") + Progress(30) + Reading("m.wav") + finished },
+        // The first input decides rate and depth: 16 bits are carried to 24 exactly, 48 kHz is not resampled.
+        { { "w24.wav", "n16.wav" }, "" },
+        // 8-bit samples with the pad byte, in folders the join makes.
+        { { "u8.wav" }, "", "x/y/out.WAV" },
+        // An empty input is read and adds nothing.
+        { { "a.wav", "z.wav", "b.wav" }, Opening(1, 200, "a.wav") + Progress(50) + Reading("z.wav") + Reading("b.wav") + finished },
+        // Whole blocks leave no short block; long inputs cross block boundaries.
+        { { "block.wav" }, Opening(1, 16384, "block.wav") + Progress(50) + finished },
+        { { "long.wav", "m8193.wav" }, "" },
+    };
+    WriteWholeFile(output, std::string(5000, 'x')); // an existing destination is replaced
+    for (const Case& c : cases)
+    {
+        std::string list = folder / c.names[0];
+        for (size_t i = 1; i < c.names.size(); ++i)
+            list += (i % 2 == 1 ? "," : ", ") + folder / c.names[i];
+        const ProgramRun run = RunSonaJoin({ "-i", list, "-d", folder / c.destination });
+        EXPECT_EQ(run.exitCode, 0) << list;
+        EXPECT_EQ(run.standardError, "");
+        if (!c.console.empty())
+        {
+            EXPECT_EQ(WithoutTimings(run.standardOutput), c.console);
+        }
+        EXPECT_EQ(ReadWholeFile(folder / c.destination), JoinedFile(c.names)) << list;
     }
 }
 
-TEST_F(Join, FirstInputDecidesRateAndDepth)
+TEST_F(Join, FailuresAfterTheOutputExistsLeaveACompletePartialFile)
 {
-    // 24 bits first: the 16-bit input is carried to 24 bits exactly; the 48 kHz input is not resampled.
-    const std::vector<int32_t> wide = signal(3 * 100, 24, 6);
-    const std::vector<int32_t> narrow = signal(3 * 50, 16, 7);
-    const std::string a = input("a.wav", 3, 44100, wide, 24);
-    const std::string b = input("b.wav", 3, 48000, narrow, 16);
-
-    const ProgramRun run = join(a + "," + b);
-    expectSuccess(run);
-
-    std::vector<int32_t> narrowAs24;
-    for (int32_t s : narrow)
-        narrowAs24.push_back(s * 256);
-    const std::string data = pcmBytes(wide, 24) + pcmBytes(narrowAs24, 24);
-    const std::string bytes = ReadWholeFile(output);
-    ASSERT_EQ(bytes.size(), 104 + data.size());
-    EXPECT_EQ(bytes.substr(0, 4), "RIFF");
-    EXPECT_EQ(bytes.substr(4, 4), le32(static_cast<uint32_t>(bytes.size() - 8)));
-    EXPECT_EQ(bytes.substr(96, 8), "data" + le32(static_cast<uint32_t>(data.size())));
-    EXPECT_EQ(bytes.substr(104), data);
-    // Rate and depth are in the fmt fields whatever form the three-channel header takes.
-    EXPECT_NE(bytes.substr(0, 104).find(le16(3) + le32(44100) + le32(44100 * 9) + le16(9) + le16(24)),
-              std::string::npos);
-}
-
-TEST_F(Join, EightBitInputsSurviveExactlyWithThePadByteInANewFolder)
-{
-    const std::vector<int32_t> samples = signal(3, 8, 8);
-    const std::string a = input("a.wav", 1, 22050, samples, 8);
-    const std::string nested = folder / "x/y/out.WAV"; // the destination's folders are made
-
-    expectSuccess(RunSonaJoin({"-i", a, "-d", nested}));
-    EXPECT_EQ(ReadWholeFile(nested), expectedOutput(1, 22050, 8, pcmBytes(samples, 8)));
-    EXPECT_EQ(ReadWholeFile(nested).size(), 108u);
-}
-
-TEST_F(Join, EmptyInputIsReadAndAddsNothing)
-{
-    const std::vector<int32_t> first = signal(100, 16, 9);
-    const std::vector<int32_t> last = signal(100, 16, 10);
-    const std::string a = input("a.wav", 1, 44100, first);
-    const std::string z = input("z.wav", 1, 44100, {});
-    const std::string b = input("b.wav", 1, 44100, last);
-
-    const ProgramRun run = join(a + "," + z + "," + b);
-    expectSuccess(run);
-    EXPECT_EQ(withoutTimings(run.standardOutput), opening(1, 200, a)
-                                                        + "Progress : 50 %  (elapsed T | remaining T)"
-                                                        "reading file " + InQuotes(z) + "\n"
-                                                        "reading file " + InQuotes(b) + "\n"
-                                                        "Progress : 100 %  (elapsed T | remaining T)"
-                                                        "Finished: N msec\n");
-    EXPECT_EQ(ReadWholeFile(output), expectedOutput(1, 44100, 16, pcmBytes(first, 16) + pcmBytes(last, 16)));
-}
-
-TEST_F(Join, WholeBlocksLeaveNoShortBlock)
-{
-    const std::vector<int32_t> samples = signal(2 * 8192, 16, 11);
-    const std::string a = input("a.wav", 1, 44100, samples);
-
-    const ProgramRun run = join(a);
-    expectSuccess(run);
-    EXPECT_EQ(withoutTimings(run.standardOutput), opening(1, 16384, a)
-                                                        + "Progress : 50 %  (elapsed T | remaining T)"
-                                                          "Progress : 100 %  (elapsed T | remaining T)Finished: N msec\n");
-    EXPECT_EQ(ReadWholeFile(output), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
-}
-
-TEST_F(Join, LongInputsCrossBlockBoundaries)
-{
-    // Stereo then mono across several blocks and a short last block each.
-    const std::vector<int32_t> stereo = signal(2 * 20000, 16, 12);
-    const std::vector<int32_t> mono = signal(8193, 16, 13);
-    const std::string a = input("a.wav", 2, 44100, stereo);
-    const std::string b = input("b.wav", 1, 44100, mono);
-
-    expectSuccess(join(a + "," + b));
-    EXPECT_EQ(ReadWholeFile(output),
-              expectedOutput(2, 44100, 16, pcmBytes(stereo, 16) + pcmBytes(widened(mono, 2), 16)));
-}
-
-TEST_F(Join, MissingSecondInputLeavesACompletePartialFile)
-{
-    const std::vector<int32_t> samples = signal(1000, 16, 14);
-    const std::string a = input("a.wav", 1, 44100, samples);
-    const std::string b = folder / "b.wav";
-
-    const ProgramRun run = join(a + "," + b);
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(withoutTimings(run.standardOutput), opening(1, 1000, a)
-                                                        + "Progress : 100 %  (elapsed T | remaining T)"
-                                                        "reading file " + InQuotes(b) + "\n");
-    EXPECT_NE(run.standardError.find("\nCould not find file " + InQuotes(b) + "\n"), std::string::npos)
-        << run.standardError;
-    EXPECT_EQ(run.standardError.find("Exception occurred"), run.standardError.rfind("Exception occurred"));
-    EXPECT_EQ(ReadWholeFile(output), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
-}
-
-TEST_F(Join, EmptyEntryInTheListIsRefusedLikeAMissingFile)
-{
-    const std::vector<int32_t> samples = signal(10, 16, 15);
-    const std::string a = input("a.wav", 1, 44100, samples);
-
-    const ProgramRun run = join(a + ", ," + a);
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_NE(run.standardError.find("Could not find file \"\""), std::string::npos) << run.standardError;
-    EXPECT_EQ(ReadWholeFile(output), expectedOutput(1, 44100, 16, pcmBytes(samples, 16)));
+    const std::string missing = folder / "missing.wav";
+    const std::tuple<std::string, int, std::string> cases[] = {
+        { folder / "m8193.wav" + "," + missing, 8193, "\nCould not find file " + InQuotes(missing) + "\n" },
+        { folder / "m8193.wav" + ", ," + folder / "m8193.wav", 2 * 8193, "\nCould not find file \"\"\n" },
+    };
+    for (const auto& [list, total, error] : cases)
+    {
+        const ProgramRun run = RunSonaJoin({ "-i", list, "-d", output });
+        EXPECT_EQ(run.exitCode, 1);
+        EXPECT_EQ(WithoutTimings(run.standardOutput).substr(0, Opening(1, total, "m8193.wav").size()), Opening(1, total, "m8193.wav"));
+        EXPECT_NE(run.standardError.find(error), std::string::npos) << run.standardError;
+        EXPECT_EQ(run.standardError.find("Exception occurred"), run.standardError.rfind("Exception occurred"));
+        EXPECT_EQ(ReadWholeFile(output), JoinedFile({ "m8193.wav" }));
+    }
+    const ProgramRun run = RunSonaJoin({ "-i", folder / "ten.wav" + "," + missing, "-d", output });
+    EXPECT_EQ(WithoutTimings(run.standardOutput), Opening(1, 10, "ten.wav") + Progress(100) + Reading("missing.wav"));
 }
 
 TEST_F(Join, RefusalsBeforeTheOutputExists)
 {
-    const std::string a = input("a.wav", 1, 44100, signal(10, 16, 16));
-    struct Case
-    {
-        std::string inputList;
-        std::string destination;
-        std::string message;
-    };
+    const std::string a = folder / "ten.wav";
     WriteWholeFile(folder / "f64.wav", CanonicalWav(3, 1, 44100, 64, std::string(16, '\0')));
     WriteWholeFile(folder / "noise.wav", "this is not a wav file at all");
-    const std::vector<Case> cases = {
-        {folder / "missing.wav", output, "Invalid bits depth : 0"},
-        {folder / "f64.wav", output, "Invalid bits depth : 64"},
-        {a, folder / "out.wave", "Cannot determine file type " + InQuotes(folder / "out.wave")},
-        {a, folder / "out.mp3", "MP3 encoding is not supported. Cannot write file " + InQuotes(folder / "out.mp3")},
-        {a + "," + folder / "noise.wav", output, "file " + InQuotes(folder / "noise.wav") + " is not a valid WAV file"},
+    const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
+        { folder / "missing.wav", output, "Invalid bits depth : 0" },
+        { folder / "f64.wav", output, "Invalid bits depth : 64" },
+        { a, folder / "out.wave", "Cannot determine file type " + InQuotes(folder / "out.wave") },
+        { a, folder / "out.mp3", "MP3 encoding is not supported. Cannot write file " + InQuotes(folder / "out.mp3") },
+        { a + "," + folder / "noise.wav", output, "file " + InQuotes(folder / "noise.wav") + " is not a valid WAV file" },
     };
-    for (const Case& c : cases)
+    for (const auto& [list, destination, message] : cases)
     {
-        const ProgramRun run = RunSonaJoin({"-i", c.inputList, "-d", c.destination});
-        EXPECT_EQ(run.exitCode, 1) << c.message;
-        EXPECT_NE(run.standardError.find("\n" + c.message + "\n"), std::string::npos) << run.standardError;
-        EXPECT_FALSE(std::filesystem::exists(c.destination)) << c.destination;
+        const ProgramRun run = RunSonaJoin({ "-i", list, "-d", destination });
+        EXPECT_EQ(run.exitCode, 1) << message;
+        EXPECT_NE(run.standardError.find("\n" + message + "\n"), std::string::npos) << run.standardError;
+        EXPECT_FALSE(std::filesystem::exists(destination)) << destination;
         EXPECT_EQ(run.standardOutput.find("reading file"), std::string::npos);
     }
 }
@@ -307,27 +210,25 @@ TEST_F(Join, MixedAiffAndWavInputsTakeTheFirstInputsRateAndDepth)
     // sox's 24-bit 48 kHz stereo noise (33 frames), with its own decoding as 32-bit values.
     const std::string aiff = std::string(KVO_TEST_DATA_DIR) + "/sox-noise-48k-24bit.aiff";
     const std::string raw = ReadWholeFile(std::string(KVO_TEST_DATA_DIR) + "/sox-noise-48k-24bit.s32");
-    const std::vector<int32_t> samples = signal(2 * 10, 16, 19);
-    const std::string b = input("b.wav", 2, 44100, samples);
+    const Input wav { 2, 44100, 16, 10, 19 };
+    const std::string b = folder / "b20.wav";
+    WriteWholeFile(b, CanonicalWav(1, 2, 44100, 16, PcmBytes(wav.Samples(), 16)));
 
     // AIFF out at 24 bits: both inputs are carried exactly, big-endian.
     const std::string aiffOutput = folder / "out.AIF";
-    expectSuccess(RunSonaJoin({"-i", aiff + ", " + b, "-d", aiffOutput}));
+    EXPECT_EQ(RunSonaJoin({ "-i", aiff + ", " + b, "-d", aiffOutput }).exitCode, 0);
     std::string data;
     for (size_t i = 0; i + 4 <= raw.size(); i += 4)
-        data += std::string{raw[i + 3], raw[i + 2], raw[i + 1]};
-    for (int32_t sample : samples)
+        data += std::string { raw[i + 3], raw[i + 2], raw[i + 1] };
+    for (int32_t sample : wav.Samples())
         data += BigEndian(uint32_t(sample) << 8, 3);
     ASSERT_EQ(data.size(), 43u * 6u);
-    EXPECT_EQ(ReadWholeFile(aiffOutput), "FORM" + BigEndian(46 + 258, 4) + "AIFFCOMM" + BigEndian(18, 4) + BigEndian(2, 2)
-                                             + BigEndian(43, 4) + BigEndian(24, 2) + std::string("\x40\x0E\xBB\x80", 4)
-                                             + std::string(6, '\0') + "SSND" + BigEndian(258 + 8, 4)
-                                             + std::string(8, '\0') + data);
+    EXPECT_EQ(ReadWholeFile(aiffOutput), AiffWriterHeader(2, 43, 24, Z("\x40\x0E\xBB\x80\0\0\0\0\0\0"), 258) + data);
 
     // WAV first: 16 bits at 44.1 kHz, the AIFF input is not resampled.
-    expectSuccess(join(b + "," + aiff));
+    EXPECT_EQ(RunSonaJoin({ "-i", b + "," + aiff, "-d", output }).exitCode, 0);
     const std::string bytes = ReadWholeFile(output);
-    EXPECT_EQ(bytes.substr(0, 104 + 40), expectedOutputHeader(2, 44100, 16, 43 * 4) + pcmBytes(samples, 16));
+    EXPECT_EQ(bytes.substr(0, 104 + 40), WavWriterHeader(2, 44100, 16, 43 * 4) + PcmBytes(wav.Samples(), 16));
     EXPECT_EQ(bytes.size(), 104u + 43u * 4u);
 }
 

@@ -1,10 +1,5 @@
 // The manual page must document what the program's own help offers.
 
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <sstream>
-#include <string>
 
 #include "KvoTestUtilities.h"
 
@@ -12,14 +7,6 @@ namespace kvo::testing
 {
 namespace
 {
-
-std::string readManualPage()
-{
-    std::ifstream stream(KVO_MANUAL_PAGE);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
 
 /** Roff escapes every "-" of an option name as "\-". */
 std::string roffOption(const std::string& option)
@@ -32,7 +19,7 @@ std::string roffOption(const std::string& option)
 
 TEST(ManualPage, DocumentsEveryOptionOfTheHelp)
 {
-    const std::string page = readManualPage();
+    const std::string page = ReadWholeFile(KVO_MANUAL_PAGE);
     ASSERT_FALSE(page.empty());
 
     const ProgramRun run = RunSonaJoin({ "-h" });
@@ -54,7 +41,7 @@ TEST(ManualPage, DocumentsEveryOptionOfTheHelp)
 
 TEST(ManualPage, ShowsTheHelpExamples)
 {
-    const std::string page = readManualPage();
+    const std::string page = ReadWholeFile(KVO_MANUAL_PAGE);
     for (const char* example : { "\\-i \\(dq~/Desktop/*.wav\\(dq \\-d output.wav",
                                  "\\-i \\(dq~/Downloads/*.wav\\(dq \\-r 1 \\-d output.wav",
                                  "\\-i \\(dqfile1.wav, file2.wav , file3.wav\\(dq \\-d output.wav" })

@@ -68,6 +68,10 @@ TEST(StringSlices, UpToAndFromYieldEmptyWhenTheDelimiterIsMissing)
     EXPECT_EQ(FromLastOccurrenceOf("a.b.c", '.', false), "c");
     EXPECT_EQ(SubString("hello", 4, 2), "");
     EXPECT_EQ(SubString("hello", 1, 100), "ello");
+    // An empty needle or text is found nowhere.
+    EXPECT_EQ(std::vector<int64_t>({ IndexOf("abc", ""), IndexOf("", "a"), IndexOf("xaBcBC", "bc", insensitive), IndexOf("aBc", "bc"),
+                                     IndexOf("abc", 'C', insensitive), LastIndexOf("a.b.c", '.') }),
+              (std::vector<int64_t> { -1, -1, 2, -1, 2, 3 }));
 }
 
 TEST(StringSplit, TrailingPiecesInBothModes)

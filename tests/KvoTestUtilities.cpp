@@ -1,5 +1,7 @@
 #include "KvoTestUtilities.h"
 
+#include "containers/KvoAudioBuffer.h"
+
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
@@ -7,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -67,7 +70,7 @@ TemporaryFolder::~TemporaryFolder()
     std::filesystem::remove_all(path, ignored);
 }
 
-ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name(name)
+ScopedEnvironment::ScopedEnvironment(const char* variable, const char* value) : name(variable)
 {
     if (const char* old = std::getenv(name))
         previous = old, hadValue = true;
@@ -109,7 +112,7 @@ std::string ExpectedBanner(const std::string& toolName)
     localtime_r(&now, &local);
     const std::string separator(78, '=');
     return separator + "\n"
-           + toolName + " [x86_64]\n"
+           + toolName + " [" KVO_BUILD_ARCHITECTURE "]\n"
            "Build date: Mar 18 2024\n"
            "Based on: libkvo v5.0.2 [32-bit float]\n"
            "Copyright (c) 2010-" + std::to_string(local.tm_year + 1900) + " Orvane\n"
@@ -159,17 +162,143 @@ std::string BigEndian(uint64_t value, int numBytes)
     return bytes;
 }
 
+bool HoldsWithoutPrivileges(const std::function<bool()>& check)
+{
+    if (::geteuid() != 0)
+        return check();
+    constexpr uid_t nobody = 65534;
+    const pid_t child = ::fork();
+    if (child < 0)
+        return false;
+    if (child == 0)
+        ::_exit(::setgid(nobody) == 0 && ::setuid(nobody) == 0 && check() ? 0 : 1);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+Guid W64Id(const char (&fourcc)[5])
+{
+    Guid id { 0, 0, 0, 0, 0xF3, 0xAC, 0xD3, 0x11, 0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A };
+    std::memcpy(id.data(), fourcc, 4);
+    return id;
+}
+
+const Guid w64Riff { 'r', 'i', 'f', 'f', 0x2E, 0x91, 0xCF, 0x11, 0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00 };
+const Guid w64List { 'l', 'i', 's', 't', 0x2F, 0x91, 0xCF, 0x11, 0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00 };
+const Guid pcmGuid { 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71 };
+const Guid floatGuid { 0x03, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71 };
+const std::string rate44100("\x40\x0E\xAC\x44\0\0\0\0\0\0", 10);
+
+namespace
+{
+uint64_t SizeOr(int64_t sizeField, uint64_t size)
+{
+    return sizeField >= 0 ? uint64_t(sizeField) : size;
+}
+} // namespace
+
+std::string Chunk(const std::string& id, const std::string& payload, int64_t sizeField)
+{
+    return Bytes().Text(id).U32(SizeOr(sizeField, payload.size())).Text(payload).Text(std::string(payload.size() % 2, '\0'));
+}
+
+std::string Fmt(uint16_t tag, int channels, int rate, int bits, int64_t bytesPerSecond)
+{
+    const int blockAlign = channels * bits / 8;
+    return Bytes().U16(tag).U16(uint16_t(channels)).U32(uint32_t(rate))
+        .U32(SizeOr(bytesPerSecond, uint64_t(int64_t(rate) * blockAlign))).U16(uint16_t(blockAlign))
+        .U16(uint16_t(bits));
+}
+
+std::string Extensible(int channels, int rate, int bits, const Guid& subformat, uint32_t mask)
+{
+    return Bytes().Text(Fmt(0xFFFE, channels, rate, bits)).U16(22).U16(uint16_t(bits)).U32(mask).Id(subformat);
+}
+
+std::string Riff(const std::string& chunks, int64_t sizeField)
+{
+    return Bytes().Text("RIFF").U32(SizeOr(sizeField, chunks.size() + 4)).Text("WAVE").Text(chunks);
+}
+
+std::string Rf64(const std::string& chunks, uint64_t dataSize)
+{
+    const std::string ds64 = Bytes().U64(chunks.size() + 40).U64(dataSize).U64(0).U32(0);
+    return Bytes().Text("RF64").U32(0xFFFFFFFF).Text("WAVE").Text(Chunk("ds64", ds64)).Text(chunks);
+}
+
+std::string W64Chunk(const Guid& id, const std::string& payload, int64_t sizeField)
+{
+    return Bytes().Id(id).U64(SizeOr(sizeField, payload.size() + 24)).Text(payload)
+        .Text(std::string((8 - payload.size() % 8) % 8, '\0'));
+}
+
+std::string Wave64(const std::string& chunks, int64_t sizeField)
+{
+    return Bytes().Id(w64Riff).U64(SizeOr(sizeField, chunks.size() + 40)).Id(W64Id("wave")).Text(chunks);
+}
+
+std::string Pcm16(const std::vector<int>& samples)
+{
+    Bytes b;
+    for (const int s : samples)
+        b.U16(uint16_t(s));
+    return b;
+}
+
 std::string CanonicalWav(uint16_t tag, uint16_t numChannels, uint32_t sampleRate, uint16_t bits, const std::string& data)
 {
-    const uint32_t blockAlign = numChannels * bits / 8u;
-    const uint64_t dataSize = data.size();
-    std::string bytes = "RIFF" + LittleEndian(36 + dataSize + (dataSize & 1), 4) + "WAVE" + "fmt " + LittleEndian(16, 4)
-                        + LittleEndian(tag, 2) + LittleEndian(numChannels, 2) + LittleEndian(sampleRate, 4)
-                        + LittleEndian(sampleRate * blockAlign, 4) + LittleEndian(blockAlign, 2) + LittleEndian(bits, 2)
-                        + "data" + LittleEndian(dataSize, 4) + data;
-    if (dataSize & 1)
-        bytes += '\0';
-    return bytes;
+    return Riff(Chunk("fmt ", Fmt(tag, numChannels, int(sampleRate), bits)) + Chunk("data", data));
+}
+
+std::string WavWriterHeader(int channels, uint32_t rate, int bits, uint64_t dataSize, uint32_t mask)
+{
+    const bool extensible = channels > 2;
+    const std::string fmt = extensible ? Extensible(channels, int(rate), bits, bits < 32 ? pcmGuid : floatGuid, mask)
+                                       : Fmt(bits < 32 ? 1 : 3, channels, int(rate), bits);
+    const std::string junk(extensible ? 28 : 52, '\0');
+    return Bytes().Text("RIFF").U32(96 + dataSize + (dataSize & 1)).Text("WAVE").Text(Chunk("JUNK", junk))
+        .Text(Chunk("fmt ", fmt)).Text("data").U32(dataSize);
+}
+
+std::string AiffChunk(const std::string& id, const std::string& payload, int64_t sizeField)
+{
+    return Bytes().Text(id).Be(SizeOr(sizeField, payload.size()), 4).Text(payload).Text(std::string(payload.size() % 2, '\0'));
+}
+
+std::string Form(const std::string& type, const std::string& chunks)
+{
+    return Bytes().Text("FORM").Be(chunks.size() + 4, 4).Text(type).Text(chunks);
+}
+
+std::string Comm(int channels, uint32_t frames, int bits, const std::string& rate, const char* compression)
+{
+    Bytes b;
+    b.Be(uint16_t(channels), 2).Be(frames, 4).Be(uint16_t(bits), 2).Text(rate);
+    if (compression != nullptr)
+        b.Text(compression).Text(Z("\x04name\0"));
+    return AiffChunk("COMM", b);
+}
+
+std::string Ssnd(const std::string& samples, uint32_t offset)
+{
+    return AiffChunk("SSND", Bytes().Be(offset, 4).Be(0, 4).Text(std::string(offset, '\xEE')).Text(samples));
+}
+
+std::string AiffWriterHeader(int channels, uint32_t frames, int bits, const std::string& rate, uint32_t paddedData)
+{
+    return Bytes().Text("FORM").Be(paddedData + 46, 4).Text("AIFF").Text(Comm(channels, frames, bits, rate))
+        .Text("SSND").Be(paddedData + 8, 4).Be(0, 8);
+}
+
+Channels ReadFrames(AudioFileReader& reader, uint64_t start, uint64_t numSamples)
+{
+    AudioBuffer<float> buffer(reader.getNumChannels(), numSamples);
+    EXPECT_TRUE(reader.readSamples(buffer, 0, numSamples, start));
+    Channels channels;
+    for (uint32_t c = 0; c < reader.getNumChannels(); ++c)
+        channels.emplace_back(buffer.GetReadPointer(c), buffer.GetReadPointer(c) + numSamples);
+    return channels;
 }
 
 } // namespace kvo::testing
