@@ -1,2 +1,0 @@
-#pragma once
-#include "KvoTestUtilities.h" // StreamCapture lives in the one test kit

@@ -1,2 +1,0 @@
-#pragma once
-#include "KvoTestUtilities.h" // the WAV builders live in the one test kit
