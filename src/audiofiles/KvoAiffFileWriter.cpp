@@ -52,8 +52,8 @@ void EncodeAiffSampleRate(double rate, uint8_t bytes[10]) noexcept
     StoreBigEndian(bytes + 2, mantissaTop, 4);
 }
 
-AiffFileWriter::AiffFileWriter(const File& file, double sampleRate, unsigned int numChannels, int bitsDepth)
-    : AudioFileWriter(file, sampleRate, numChannels, bitsDepth)
+AiffFileWriter::AiffFileWriter(const File& destination, double sampleRate, unsigned int numChannels, int bitsDepth)
+    : AudioFileWriter(destination, sampleRate, numChannels, bitsDepth)
 {
     metadata.formatName = "AIFF File";
     forms = ByteForms::aiff;

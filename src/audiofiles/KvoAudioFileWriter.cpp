@@ -18,7 +18,7 @@ namespace
 {
 
 /** Frames converted to fixed point per call of writeRawSamples. */
-constexpr uint64_t blockLength = 8192;
+constexpr uint64_t conversionBlockLength = 8192;
 
 // The rates a writer accepts, in the order they are searched. 4410 and 8820 belong to the
 // list and 8000, 16000 and 24000 do not, although any of them reads without complaint.
@@ -72,8 +72,8 @@ bool AudioFileWriter::prepareDestination(const File& file, double sampleRate, in
     return file.CreateParentDirectory();
 }
 
-AudioFileWriter::AudioFileWriter(const File& file, double sampleRate, unsigned int numChannels, int bitsDepth)
-    : file(file), fileWriter(new FileWriter(file))
+AudioFileWriter::AudioFileWriter(const File& destination, double sampleRate, unsigned int numChannels, int bitsDepth)
+    : file(destination), fileWriter(new FileWriter(destination))
 {
     headerPosition = fileWriter->GetPosition();
     metadata.sampleRate = sampleRate;
@@ -228,17 +228,17 @@ bool AudioFileWriter::writeFixedPointSamples(const AudioBufferBase<float>& buffe
 {
     // The scratch keeps its storage between calls, so blocks allocate nothing.
     const uint32_t numChannels = metadata.numChannels;
-    intScratch.Resize(static_cast<uint64_t>(numChannels) * blockLength);
+    intScratch.Resize(static_cast<uint64_t>(numChannels) * conversionBlockLength);
     channelPointers.Resize(static_cast<uint64_t>(numChannels) + 1);
     for (uint32_t channel = 0; channel < numChannels; ++channel)
-        channelPointers[channel] = intScratch.GetData() + channel * blockLength;
+        channelPointers[channel] = intScratch.GetData() + channel * conversionBlockLength;
     channelPointers[numChannels] = nullptr;
 
     // A failed block does not end the loop: the latch makes the remaining ones fail at once.
     bool allWritten = true;
     for (uint64_t done = 0; done < numSamples;)
     {
-        const uint64_t count = std::min(blockLength, numSamples - done);
+        const uint64_t count = std::min(conversionBlockLength, numSamples - done);
         for (uint32_t channel = 0; channel < numChannels; ++channel)
             ConvertFloatToFixed(buffer.GetReadPointer(channel) + startSample + done, channelPointers[channel], count);
         allWritten = writeBlock(count) && allWritten;

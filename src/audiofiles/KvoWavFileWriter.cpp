@@ -126,8 +126,8 @@ const String& EntryOrEmpty(const StringArray& array, uint64_t index)
 
 } // namespace
 
-WavFileWriter::WavFileWriter(const File& file, double sampleRate, unsigned int numChannels, int bitsDepth)
-    : AudioFileWriter(file, sampleRate, numChannels, bitsDepth)
+WavFileWriter::WavFileWriter(const File& destination, double sampleRate, unsigned int numChannels, int bitsDepth)
+    : AudioFileWriter(destination, sampleRate, numChannels, bitsDepth)
 {
     metadata.formatName = "WAV File";
     writeHeader();

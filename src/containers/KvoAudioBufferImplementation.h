@@ -33,10 +33,10 @@ double bufferSizeInGigabytes(uint32_t numChannels, uint64_t numSamples) noexcept
 } // namespace details
 
 template <typename T>
-AudioBufferBase<T>::AudioBufferBase(uint32_t numChannels, uint64_t numSamples)
-    : numChannels(numChannels), numSamples(numSamples)
+AudioBufferBase<T>::AudioBufferBase(uint32_t channelCount, uint64_t sampleCount)
+    : numChannels(channelCount), numSamples(sampleCount)
 {
-    channels.Resize(numChannels);
+    channels.Resize(channelCount);
 }
 
 template <typename T>
@@ -70,18 +70,18 @@ bool AudioBuffer<T>::IsReasonableAllocation(uint32_t numChannels, uint64_t numSa
 }
 
 template <typename T>
-AudioBuffer<T>::AudioBuffer(uint32_t numChannels, uint64_t numSamples)
-    : AudioBufferBase<T>(numChannels, numSamples)
+AudioBuffer<T>::AudioBuffer(uint32_t channelCount, uint64_t sampleCount)
+    : AudioBufferBase<T>(channelCount, sampleCount)
 {
     // Refuse before the samples are allocated; the message names both dimensions so
     // that a bad header can be read off it.
-    if (!IsReasonableAllocation(numChannels, numSamples))
-        throw Exception(String("Overly large buffer allocation (") + FromInteger(numChannels) + " x "
-                            + FromInteger(numSamples) + ")." + " This would require more than "
-                            + FromDouble(details::bufferSizeInGigabytes<T>(numChannels, numSamples), 0, false) + " GB.",
+    if (!IsReasonableAllocation(channelCount, sampleCount))
+        throw Exception(String("Overly large buffer allocation (") + FromInteger(channelCount) + " x "
+                            + FromInteger(sampleCount) + ")." + " This would require more than "
+                            + FromDouble(details::bufferSizeInGigabytes<T>(channelCount, sampleCount), 0, false) + " GB.",
                         KVO_CODE_LOCATION);
 
-    samples.Resize(static_cast<uint64_t>(numChannels) * numSamples);
+    samples.Resize(static_cast<uint64_t>(channelCount) * sampleCount);
     wireChannels();
 }
 

@@ -16,8 +16,8 @@ String FormatLocation(const String& sourceFile, uint64_t lineNumber, const Strin
     return text + "]";
 }
 
-Exception::Exception(const String& message, const CodeLocation& location, bool withLocation, bool fatal)
-    : message(message),
+Exception::Exception(const String& text, const CodeLocation& location, bool withLocation, bool fatal)
+    : message(text),
       sourceFile(location.sourceFile),
       lineNumber(location.lineNumber),
       functionSignature(location.functionSignature)

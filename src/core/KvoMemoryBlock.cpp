@@ -7,9 +7,9 @@
 namespace kvo
 {
 
-MemoryBlock::MemoryBlock(int64_t size, bool zero)
+MemoryBlock::MemoryBlock(int64_t initialSize, bool zero)
 {
-    Allocate(size, zero);
+    Allocate(initialSize, zero);
 }
 
 MemoryBlock::MemoryBlock(const MemoryBlock& other)

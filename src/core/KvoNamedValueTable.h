@@ -18,8 +18,8 @@ template <typename ValueType>
 class NamedValueTable
 {
 public:
-    NamedValueTable(CaseSensitivity caseMode, bool addVariants, bool unquotedLookup)
-        : caseMode(caseMode), addVariants(addVariants), unquotedLookup(unquotedLookup)
+    NamedValueTable(CaseSensitivity sensitivity, bool withVariants, bool retryUnquoted)
+        : caseMode(sensitivity), addVariants(withVariants), unquotedLookup(retryUnquoted)
     {
     }
 

@@ -26,10 +26,10 @@ class String
 {
 public:
     String() = default;
-    String(const char* text) : text(text != nullptr ? text : "") {}
-    String(const char* text, size_t length) : text(text, length) {}
-    String(std::string text) : text(std::move(text)) {}
-    String(std::string_view text) : text(text) {}
+    String(const char* chars) : text(chars != nullptr ? chars : "") {}
+    String(const char* chars, size_t length) : text(chars, length) {}
+    String(std::string source) : text(std::move(source)) {}
+    String(std::string_view source) : text(source) {}
     String(size_t count, char c) : text(count, c) {}
 
     int64_t GetLength() const noexcept { return static_cast<int64_t>(text.size()); }

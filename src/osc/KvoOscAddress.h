@@ -17,7 +17,7 @@ public:
     static constexpr uint64_t prime = 0x100000001b3ull;
 
     HashedString() = default;
-    explicit HashedString(const String& text) : text(text), hash(Hash(text.GetCharPointer())) {}
+    explicit HashedString(const String& initialText) : text(initialText), hash(Hash(initialText.GetCharPointer())) {}
 
     /** Stores text, unless it hashes as the stored one does: then the stored text stays. */
     void Set(const String& newText);

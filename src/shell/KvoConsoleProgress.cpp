@@ -72,15 +72,15 @@ void PrintProgressLine(double value, int64_t startTime, int scale, int divisions
     stream << StyledText(text).GetStdString();
 }
 
-ConsoleProgress::ConsoleProgress(uint64_t total, unsigned int step)
-    : ConsoleProgress(total, step, std::cout, &WallClockMilliseconds)
+ConsoleProgress::ConsoleProgress(uint64_t totalCount, unsigned int percentStep)
+    : ConsoleProgress(totalCount, percentStep, std::cout, &WallClockMilliseconds)
 {
 }
 
-ConsoleProgress::ConsoleProgress(uint64_t total, unsigned int step, std::ostream& stream, WallClock wallClock)
-    : stream(stream), wallClock(wallClock), total(total), step(step), startTime(wallClock())
+ConsoleProgress::ConsoleProgress(uint64_t totalCount, unsigned int percentStep, std::ostream& output, WallClock clock)
+    : stream(output), wallClock(clock), total(totalCount), step(percentStep), startTime(clock())
 {
-    PrintProgressStart(0.0, progressScale, progressDivisions, stream);
+    PrintProgressStart(0.0, progressScale, progressDivisions, output);
 }
 
 void ConsoleProgress::Update(uint64_t position)

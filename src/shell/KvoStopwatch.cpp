@@ -22,8 +22,8 @@ int64_t readHighResolution() { return readClock<std::chrono::high_resolution_clo
 
 } // namespace
 
-Stopwatch::Stopwatch(ClockKind kind)
-    : kind(kind), steadyStart(readSteady()), systemStart(readSystem()), highResolutionStart(readHighResolution())
+Stopwatch::Stopwatch(ClockKind clockKind)
+    : kind(clockKind), steadyStart(readSteady()), systemStart(readSystem()), highResolutionStart(readHighResolution())
 {
 }
 
