@@ -113,8 +113,8 @@ TEST_F(FormatDetection, ReaderFactoryRefusals)
 class RecordingWriter : public AudioFileWriter
 {
 public:
-    RecordingWriter(const File& file, unsigned int numChannels, bool isFloat)
-        : AudioFileWriter(file, 44100.0, numChannels, isFloat ? 32 : 16), received(numChannels)
+    RecordingWriter(const File& destination, unsigned int numChannels, bool isFloat)
+        : AudioFileWriter(destination, 44100.0, numChannels, isFloat ? 32 : 16), received(numChannels)
     {
         metadata.formatName = "WAV File";
         metadata.isFloat = isFloat;

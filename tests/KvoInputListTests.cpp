@@ -77,10 +77,10 @@ protected:
     }
 
     /** Every entry a walk of folder returns, relative to the root, folders with a trailing "/". */
-    std::vector<std::string> walk(const std::string& folder, const char* wildcard, uint32_t whatToLookFor,
+    std::vector<std::string> walk(const std::string& subfolder, const char* wildcard, uint32_t whatToLookFor,
                                   Recursion recursion = recursive)
     {
-        DirectoryIterator iterator(File((root + "/" + folder).c_str()), recursion, wildcard, whatToLookFor, true);
+        DirectoryIterator iterator(File((root + "/" + subfolder).c_str()), recursion, wildcard, whatToLookFor, true);
         std::vector<std::string> seen;
         bool isDirectory = false;
         while (iterator.Next(&isDirectory, nullptr))

@@ -25,7 +25,6 @@ namespace
 */
 
 using mp3vector::Floats;
-using mp3vector::Lanes;
 using mp3vector::Load;
 using mp3vector::Pick;
 using mp3vector::Store;

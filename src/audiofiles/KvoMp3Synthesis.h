@@ -26,7 +26,6 @@ namespace mp3vector
 {
 
 using Floats = float __attribute__((vector_size(16)));
-using Lanes = int __attribute__((vector_size(16)));
 
 inline Floats Load(const float* from) noexcept
 {
@@ -44,7 +43,7 @@ inline void Store(float* to, Floats values) noexcept
 template <int i0, int i1, int i2, int i3>
 inline Floats Pick(Floats a, Floats b) noexcept
 {
-    return __builtin_shuffle(a, b, Lanes { i0, i1, i2, i3 });
+    return __builtin_shufflevector(a, b, i0, i1, i2, i3);
 }
 
 } // namespace mp3vector

@@ -146,7 +146,7 @@ void BuildImdctWindows(Mp3Tables& tables)
     constexpr double w = pi / 72.0;
     constexpr double t = pi / 24.0;
     // The transform's output twiddle, 1 / cos(w (2i + 19)), is folded into every long window.
-    auto twiddle = [w](int i) { return 1.0 / std::cos(w * (2 * i + 19)); };
+    auto twiddle = [](int i) { return 1.0 / std::cos(w * (2 * i + 19)); };
     double rows[4][36] = {};
     for (int i = 0; i < 36; ++i)
         rows[0][i] = 0.5 * std::sin(w * (2 * i + 1)) * twiddle(i);

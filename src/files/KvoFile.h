@@ -12,7 +12,7 @@ class Overwrite
 {
 public:
     /** 0 refuses, 1 deletes after checking again that the file is there, 2 deletes at once. */
-    explicit Overwrite(uint32_t policy = 1) noexcept : policy(policy) {}
+    explicit Overwrite(uint32_t value = 1) noexcept : policy(value) {}
 
     uint32_t GetPolicy() const noexcept { return policy; }
 

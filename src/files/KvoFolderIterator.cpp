@@ -39,9 +39,9 @@ void collectMatches(std::vector<File>& files, const File& folder, const String& 
 // ---------------------------------------------------------------------------------------
 // NativeIterator
 
-NativeIterator::NativeIterator(const File& folder, const String& pattern)
+NativeIterator::NativeIterator(const File& folder, const String& namePattern)
     : folderPath(folder.GetFullPath().IsEmpty() ? String() : withTrailingSeparator(folder.GetFullPath())),
-      pattern(pattern)
+      pattern(namePattern)
 {
 }
 
@@ -98,22 +98,21 @@ bool NativeIterator::Next(String& name, bool* isDirectory, bool* isHidden)
 // ---------------------------------------------------------------------------------------
 // DirectoryIterator
 
-DirectoryIterator::DirectoryIterator(const File& folder, const Recursion& recursion, const String& wildcard,
-                                     uint32_t whatToLookFor, bool ignoreHidden)
-    : DirectoryIterator(folder, recursion, wildcard, whatToLookFor, ignoreHidden, identify(folder.GetFullPath()))
+DirectoryIterator::DirectoryIterator(const File& folder, const Recursion& mode, const String& pattern,
+                                     uint32_t lookFor, bool skipHidden)
+    : DirectoryIterator(folder, mode, pattern, lookFor, skipHidden, identify(folder.GetFullPath()))
 {
 }
 
-DirectoryIterator::DirectoryIterator(const File& folder, const Recursion& recursion, const String& wildcard,
-                                     uint32_t whatToLookFor, bool ignoreHidden,
-                                     std::vector<FolderIdentity> enclosingFolders)
-    : nativeIterator(new NativeIterator(folder, recursion == notRecursive ? wildcard : String("*"))),
-      wildcard(wildcard),
+DirectoryIterator::DirectoryIterator(const File& folder, const Recursion& mode, const String& pattern,
+                                     uint32_t lookFor, bool skipHidden, std::vector<FolderIdentity> ancestors)
+    : nativeIterator(new NativeIterator(folder, mode == notRecursive ? pattern : String("*"))),
+      wildcard(pattern),
       folderPath(withTrailingSeparator(folder.GetFullPath())),
-      whatToLookFor(whatToLookFor),
-      ignoreHidden(ignoreHidden),
-      recursion(recursion),
-      enclosingFolders(std::move(enclosingFolders))
+      whatToLookFor(lookFor),
+      ignoreHidden(skipHidden),
+      recursion(mode),
+      enclosingFolders(std::move(ancestors))
 {
     wildcards = Split(wildcard, ';', false);
     TrimAll(wildcards);
