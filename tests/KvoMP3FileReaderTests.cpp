@@ -22,7 +22,7 @@ using namespace testing;
 /** The message of the exception that opening path throws, or "" when it opens. */
 std::string Refusal(const std::string& path)
 {
-    QuietConsole quiet;
+    const ScopedConsoleTarget quiet;
     try
     {
         MP3FileReader reader {File(String(path))};
@@ -104,7 +104,7 @@ TEST(Mp3Reader, Refusals)
         EXPECT_EQ(Refusal(path), c.refused ? NotValid(path) : "") << c.name;
     }
     // The factory passes the reader's refusal on.
-    QuietConsole quiet;
+    const ScopedConsoleTarget quiet;
     EXPECT_THROW(AudioFileReader::CreateReaderFor(File(String(folder / "empty.mp3"))), Exception);
 }
 
@@ -194,7 +194,7 @@ TEST(Mp3Reader, DamagedStreamsNeverFail)
     const std::string vbr = ReadWholeFile(MpegData("mp3/vbr-xing-44k.mp3"));
     inputs.push_back(vbr.substr(0, vbr.find("Xing") + 7) + "\x0F");
 
-    QuietConsole quiet;
+    const ScopedConsoleTarget quiet;
     for (const std::string& bytes : inputs)
         fuzzing::ReadAsAudioFile(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), ".mp3");
 }
@@ -214,7 +214,7 @@ TEST(Mp3Reader, JoinsWithWavAsFloat)
     MP3FileReader second {File(String(folder / "b.mp3"))};
     const ChannelRead a = ReadChannels(first, 0, first.getNumSamples());
     const ChannelRead b = ReadChannels(second, 0, second.getNumSamples());
-    QuietConsole quiet;
+    const ScopedConsoleTarget quiet;
     auto out = AudioFileReader::CreateReaderFor(File(String(folder / "out.wav")));
     ASSERT_TRUE(out);
     EXPECT_EQ(out->getMetadata().bitsPerSample, 32u);

@@ -15,7 +15,6 @@
 #include "KvoTestUtilities.h"
 #include "audiofiles/KvoAudioFileReader.h"
 #include "containers/KvoAudioBuffer.h"
-#include "core/KvoReportLine.h"
 
 namespace kvo::testing
 {
@@ -35,36 +34,7 @@ inline std::vector<float> ReadFloats(const std::string& path)
     return values;
 }
 
-/** Switches off the reports that exceptions print as they are made, while it lives. */
-class QuietConsole
-{
-public:
-    QuietConsole() { ConsoleTarget = 0; }
-    ~QuietConsole() { ConsoleTarget = saved; }
-    QuietConsole(const QuietConsole&) = delete;
-    QuietConsole& operator=(const QuietConsole&) = delete;
-
-private:
-    int saved = ConsoleTarget;
-};
-
 /** numSamples sample frames of every channel from start, and what readSamples returned. */
-struct ChannelRead
-{
-    std::vector<std::vector<float>> channels;
-    bool ok = false;
-};
-
-inline ChannelRead ReadChannels(AudioFileReader& reader, uint64_t start, uint64_t numSamples)
-{
-    AudioBuffer<float> buffer(reader.getNumChannels(), numSamples);
-    ChannelRead result;
-    result.ok = reader.readSamples(buffer, 0, numSamples, start);
-    for (uint32_t ch = 0; ch < reader.getNumChannels(); ++ch)
-        result.channels.emplace_back(buffer.GetReadPointer(ch), buffer.GetReadPointer(ch) + numSamples);
-    return result;
-}
-
 inline bool AllZero(const std::vector<float>& samples, size_t from = 0)
 {
     return std::all_of(samples.begin() + int64_t(std::min(from, samples.size())), samples.end(),

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -291,14 +292,21 @@ std::string AiffWriterHeader(int channels, uint32_t frames, int bits, const std:
         .Text("SSND").Be(paddedData + 8, 4).Be(0, 8);
 }
 
-Channels ReadFrames(AudioFileReader& reader, uint64_t start, uint64_t numSamples)
+ChannelRead ReadChannels(AudioFileReader& reader, uint64_t start, uint64_t numSamples)
 {
     AudioBuffer<float> buffer(reader.getNumChannels(), numSamples);
-    EXPECT_TRUE(reader.readSamples(buffer, 0, numSamples, start));
-    Channels channels;
+    ChannelRead result;
+    result.ok = reader.readSamples(buffer, 0, numSamples, start);
     for (uint32_t c = 0; c < reader.getNumChannels(); ++c)
-        channels.emplace_back(buffer.GetReadPointer(c), buffer.GetReadPointer(c) + numSamples);
-    return channels;
+        result.channels.emplace_back(buffer.GetReadPointer(c), buffer.GetReadPointer(c) + numSamples);
+    return result;
+}
+
+Channels ReadFrames(AudioFileReader& reader, uint64_t start, uint64_t numSamples)
+{
+    ChannelRead read = ReadChannels(reader, start, numSamples);
+    EXPECT_TRUE(read.ok);
+    return std::move(read.channels);
 }
 
 } // namespace kvo::testing

@@ -229,7 +229,15 @@ std::string Ssnd(const std::string& samples, uint32_t offset = 0);
 /** The 54-byte header the AIFF writer makes for paddedData bytes of sound. */
 std::string AiffWriterHeader(int channels, uint32_t frames, int bits, const std::string& rate, uint32_t paddedData);
 
-/** numSamples frames of reader from start, channel by channel (a failed read fails the test). */
+/** numSamples frames of reader from start, channel by channel, and what readSamples returned. */
+struct ChannelRead
+{
+    Channels channels;
+    bool ok = false;
+};
+ChannelRead ReadChannels(AudioFileReader& reader, uint64_t start, uint64_t numSamples);
+
+/** The channels of ReadChannels, where a failed read fails the test. */
 Channels ReadFrames(AudioFileReader& reader, uint64_t start, uint64_t numSamples);
 
 /** A fresh folder to write files into and open them from with any reader. */
