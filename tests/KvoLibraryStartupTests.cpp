@@ -1,18 +1,17 @@
 // Library start-up: the recorded process values, and the OSC constants it builds and
 // empties again.
 
-#include <gtest/gtest.h>
-
 #include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <variant>
 
+#include "KvoTestUtilities.h"
 #include "osc/KvoOscAddressConstants.h"
 #include "shell/KvoLibraryStartup.h"
 
-namespace kvo
+namespace kvo::testing
 {
 namespace
 {
@@ -63,4 +62,4 @@ TEST(LibraryStartup, BuildsTheOscConstantsAndEmptiesThemOnDestruction)
 }
 
 } // namespace
-} // namespace kvo
+} // namespace kvo::testing
