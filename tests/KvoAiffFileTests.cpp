@@ -259,13 +259,7 @@ TEST_F(AiffTest, MarkersAndTheVersionChunk)
     const std::string first = Mark({ { 1, 10, "" }, { 2, 20, "ab" }, { 3, 30, "abc" } });
     const std::string second = Mark({ { 4, 40, "late" } });
     const std::string fver = AiffChunk("FVER", BigEndian(0xA2805140, 4));
-    const auto labels = [this](const std::string& bytes) {
-        std::string text;
-        const RawAiffReader reader = Open(bytes);
-        for (const AudioFilesMetadata::Marker* marker : reader.getMetadata().markers)
-            text += std::to_string(marker->identifier) + "@" + std::to_string(marker->position) + ":" + marker->label.GetStdString() + " ";
-        return text;
-    };
+    const auto labels = [this](const std::string& bytes) { return DescribeMarkers(Open(bytes).getMetadata()); };
     // Markers are read before the sound data, and after it without a version chunk; with FVER,
     // COMM and SSND seen, parsing ends at the next chunk.
     EXPECT_EQ(labels(Form("AIFF", first + Comm(1, 1, 8) + Ssnd(Z("\0")) + second)), "1@10: 2@20:ab 3@30:abc 4@40:late ");

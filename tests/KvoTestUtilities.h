@@ -240,6 +240,9 @@ ChannelRead ReadChannels(AudioFileReader& reader, uint64_t start, uint64_t numSa
 /** The channels of ReadChannels, where a failed read fails the test. */
 Channels ReadFrames(AudioFileReader& reader, uint64_t start, uint64_t numSamples);
 
+/** A record's markers, each as "identifier@position:label ". */
+std::string DescribeMarkers(const AudioFilesMetadata& record);
+
 /** A fresh folder to write files into and open them from with any reader. */
 class AudioFileTest : public ::testing::Test
 {

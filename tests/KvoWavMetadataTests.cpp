@@ -80,8 +80,7 @@ std::string Describe(const WavFileReader& reader, Part part)
         text = m.bextEntries.get("bwav time reference").GetStdString() + " "
                + m.bextEntries.get("bwav time reference (translated HH:MM:SS.mmm)", "missing").GetStdString();
     if (part == markerPart)
-        for (const AudioFilesMetadata::Marker* marker : m.markers)
-            text += std::to_string(marker->identifier) + "@" + std::to_string(marker->position) + ":" + marker->label.GetStdString() + " ";
+        text = DescribeMarkers(m);
     return text;
 }
 
