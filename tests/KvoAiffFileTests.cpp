@@ -13,8 +13,6 @@ namespace kvo::testing
 namespace
 {
 
-using Fixed = std::vector<std::vector<int32_t>>;
-
 /** A reader that hands out its fixed-point values before they become floats. */
 class RawAiffReader : public AiffFileReader
 {
@@ -33,26 +31,7 @@ public:
     }
 };
 
-/** A writer made directly, with the byte count open to tests of the size cap. */
-class TestAiffWriter : public AiffFileWriter
-{
-public:
-    TestAiffWriter(const std::string& path, double rate, unsigned int numChannels, int bits)
-        : AiffFileWriter(File(path.c_str()), rate, numChannels, bits)
-    {
-    }
-
-    void SetBytesWritten(uint64_t count) { bytesWritten = count; }
-
-    bool WriteRaw(Fixed channels)
-    {
-        std::vector<int*> pointers;
-        for (auto& channel : channels)
-            pointers.push_back(channel.data());
-        pointers.push_back(nullptr);
-        return writeRawSamples(pointers.data(), channels[0].size());
-    }
-};
+using TestAiffWriter = OpenWriter<AiffFileWriter>;
 
 class AiffTest : public AudioFileTest
 {
@@ -137,12 +116,12 @@ TEST_F(AiffTest, WriterDropsTheWholeCallThatWouldReachTheCapAndLatchesTheFailure
     const std::string stored = AiffWriterHeader(1, 2, 16, rate44100, 4) + Z("\x01\0\x02\0");
     {
         TestAiffWriter writer(path, 44100.0, 1, 16);
-        writer.SetBytesWritten(AiffFileWriter::maxDataBytes - 6);
+        writer.bytesWritten = AiffFileWriter::maxDataBytes - 6;
         ASSERT_TRUE(writer.WriteRaw({ { 0x01000000, 0x02000000 } })); // ends 2 bytes short of the cap
         EXPECT_FALSE(writer.WriteRaw({ { 0x03000000 } }));            // would end exactly on it
         EXPECT_EQ(writer.getMetadata().numSamples, 2u);
         EXPECT_EQ(ReadWholeFile(path), stored); // the header is already right for what was stored
-        writer.SetBytesWritten(0);
+        writer.bytesWritten = 0;
         EXPECT_FALSE(writer.WriteRaw({ { 0x04000000 } }));
     }
     EXPECT_EQ(ReadWholeFile(path), stored);
@@ -151,7 +130,7 @@ TEST_F(AiffTest, WriterDropsTheWholeCallThatWouldReachTheCapAndLatchesTheFailure
     {
         TestAiffWriter writer(path, 44100.0, 1, 8);
         ASSERT_TRUE(writer.WriteRaw({ { 0x11000000, 0x22000000, 0x33000000 } }));
-        writer.SetBytesWritten(AiffFileWriter::maxDataBytes - 1);
+        writer.bytesWritten = AiffFileWriter::maxDataBytes - 1;
         EXPECT_FALSE(writer.WriteRaw({ { 0x44000000 } }));
     }
     EXPECT_EQ(ReadWholeFile(path).substr(stored.size()), AiffWriterHeader(1, 3, 8, rate44100, 4) + Z("\x00\x22\x33"));
