@@ -11,7 +11,8 @@ namespace kvo::testing
 namespace
 {
 
-/** One input file: its shape and a deterministic signal of frames * channels values spread over the width's range. */
+/** One input file: its shape, a deterministic signal of frames * channels values spread over
+    the width's range, and chunks the join must pass over (between fmt and data). */
 struct Input
 {
     int channels;
@@ -19,6 +20,7 @@ struct Input
     int bits;
     size_t frames;
     uint32_t seed;
+    std::string chunks = "";
 
     std::vector<int32_t> Samples() const
     {
@@ -33,25 +35,44 @@ struct Input
     }
 };
 
+/** Chunks of every kind the WAV reader parses, a dbmd that passes among them. */
+const std::string metadata = Chunk("bext", std::string(602, 'b')) + Chunk("LIST", Z("INFOINAM\x04\0\0\0Name"))
+                             + Chunk("cue ", Bytes().U32(1).U32(1).U32(0).Text("data").U64(0).U32(1))
+                             + Chunk("dbmd", Bytes().U32(0x01000007).U8(1).U16(2).Text("ab").U8(0x99).U8(0))
+                             + Chunk("axml", "<a/>");
+
 const std::map<std::string, Input> inputs = {
     { "s48.wav", { 2, 48000, 16, 1000, 1 } },  { "m.wav", { 1, 44100, 16, 700, 4 } },   { "s.wav", { 2, 44100, 16, 300, 5 } },
     { "w24.wav", { 3, 44100, 24, 100, 6 } },   { "n16.wav", { 3, 48000, 16, 50, 7 } },  { "u8.wav", { 1, 22050, 8, 3, 8 } },
     { "a.wav", { 1, 44100, 16, 100, 9 } },     { "z.wav", { 1, 44100, 16, 0, 0 } },     { "b.wav", { 1, 44100, 16, 100, 10 } },
     { "block.wav", { 1, 44100, 16, 16384, 11 } }, { "long.wav", { 2, 44100, 16, 20000, 12 } },
     { "m8193.wav", { 1, 44100, 16, 8193, 13 } }, { "ten.wav", { 1, 44100, 16, 10, 15 } },
+    { "meta.wav", { 1, 44100, 16, 3, 16, metadata } }, { "s24.aif", { 2, 48000, 24, 33, 17 } },
+    { "s16.aif", { 2, 44100, 16, 7, 18 } },
 };
 
-/** Little-endian PCM bytes of the given width (8 bits unsigned) from sample values. */
-std::string PcmBytes(const std::vector<int32_t>& samples, int bits)
+bool IsAiff(const std::string& name)
+{
+    return name.find(".aif") != std::string::npos || name.find(".AIF") != std::string::npos;
+}
+
+/** PCM bytes of the given width from sample values: WAV's little-endian (8 bits unsigned) or AIFF's big-endian. */
+std::string PcmBytes(const std::vector<int32_t>& samples, int bits, bool aiff = false)
 {
     std::string bytes;
     for (int32_t s : samples)
-        bytes += LittleEndian(uint32_t(bits == 8 ? s + 128 : s), bits / 8);
+        bytes += aiff ? BigEndian(uint32_t(s), bits / 8) : LittleEndian(uint32_t(bits == 8 ? s + 128 : s), bits / 8);
     return bytes;
 }
 
-/** What a join of names makes: the first input's rate and depth, the widest channel count, silence above each input's channels. */
-std::string JoinedFile(const std::vector<std::string>& names)
+std::string AiffRate(uint32_t rate)
+{
+    return rate == 44100 ? rate44100 : Z("\x40\x0E\xBB\x80\0\0\0\0\0\0");
+}
+
+/** What a join of names into destination makes: the first input's rate and depth, the widest
+    channel count, silence above each input's channels. */
+std::string JoinedFile(const std::vector<std::string>& names, const std::string& destination = "out.wav")
 {
     const Input& first = inputs.at(names[0]);
     int channels = 0;
@@ -69,8 +90,10 @@ std::string JoinedFile(const std::vector<std::string>& names)
                 samples.insert(samples.end(), size_t(channels - input.channels), 0);
         }
     }
-    const std::string data = PcmBytes(samples, first.bits);
-    return WavWriterHeader(channels, first.rate, first.bits, data.size()) + data + std::string(data.size() % 2, '\0');
+    const std::string data = PcmBytes(samples, first.bits, IsAiff(destination)) + std::string(samples.size() * size_t(first.bits / 8) % 2, '\0');
+    if (IsAiff(destination))
+        return AiffWriterHeader(channels, uint32_t(samples.size()) / uint32_t(channels), first.bits, AiffRate(first.rate), uint32_t(data.size())) + data;
+    return WavWriterHeader(channels, first.rate, first.bits, samples.size() * size_t(first.bits / 8)) + data;
 }
 
 /** Replaces whatever stands between each opening and the closing text after it. */
@@ -104,9 +127,11 @@ class Join : public ::testing::Test
 protected:
     void SetUp() override
     {
-        for (const auto& [name, input] : inputs)
-            WriteWholeFile(folder / name, CanonicalWav(1, uint16_t(input.channels), input.rate, uint16_t(input.bits),
-                                                       PcmBytes(input.Samples(), input.bits)));
+        for (const auto& [name, i] : inputs)
+            WriteWholeFile(folder / name, IsAiff(name) ? Form("AIFF", Comm(i.channels, uint32_t(i.frames), i.bits, AiffRate(i.rate))
+                                                                          + Ssnd(PcmBytes(i.Samples(), i.bits, true)))
+                                                       : Riff(Chunk("fmt ", Fmt(1, i.channels, int(i.rate), i.bits)) + i.chunks
+                                                              + Chunk("data", PcmBytes(i.Samples(), i.bits))));
     }
 
     /** The console text of a join up to its first input's name. */
@@ -145,6 +170,10 @@ TEST_F(Join, JoinsOfGoodInputs)
         // Whole blocks leave no short block; long inputs cross block boundaries.
         { { "block.wav" }, Opening(1, 16384, "block.wav") + Progress(50) + finished },
         { { "long.wav", "m8193.wav" }, "" },
+        // Metadata is passed over and not carried; AIFF inputs and outputs take the same rules.
+        { { "meta.wav", "a.wav" }, "" },
+        { { "s24.aif", "s.wav" }, "", "out.AIF" },
+        { { "s.wav", "s16.aif" }, "" },
     };
     WriteWholeFile(output, std::string(5000, 'x')); // an existing destination is replaced
     for (const Case& c : cases)
@@ -159,7 +188,7 @@ TEST_F(Join, JoinsOfGoodInputs)
         {
             EXPECT_EQ(WithoutTimings(run.standardOutput), c.console);
         }
-        EXPECT_EQ(ReadWholeFile(folder / c.destination), JoinedFile(c.names)) << list;
+        EXPECT_EQ(ReadWholeFile(folder / c.destination), JoinedFile(c.names, c.destination)) << list;
     }
 }
 
@@ -188,12 +217,15 @@ TEST_F(Join, RefusalsBeforeTheOutputExists)
     const std::string a = folder / "ten.wav";
     WriteWholeFile(folder / "f64.wav", CanonicalWav(3, 1, 44100, 64, std::string(16, '\0')));
     WriteWholeFile(folder / "noise.wav", "this is not a wav file at all");
+    const std::string faultyDbmd = Bytes().U32(0x01000007).U8(9).U16(248).Text(std::string(248, '\0')).U8(0).U8(0);
+    WriteWholeFile(folder / "dbmd.wav", Riff(Chunk("fmt ", Fmt(1, 1, 44100, 16)) + Chunk("dbmd", faultyDbmd) + Chunk("data", "")));
     const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
         { folder / "missing.wav", output, "Invalid bits depth : 0" },
         { folder / "f64.wav", output, "Invalid bits depth : 64" },
         { a, folder / "out.wave", "Cannot determine file type " + InQuotes(folder / "out.wave") },
         { a, folder / "out.mp3", "MP3 encoding is not supported. Cannot write file " + InQuotes(folder / "out.mp3") },
         { a + "," + folder / "noise.wav", output, "file " + InQuotes(folder / "noise.wav") + " is not a valid WAV file" },
+        { a + "," + folder / "dbmd.wav", output, "invalid checksum" }, // a faulty dbmd chunk stops the join
     };
     for (const auto& [list, destination, message] : cases)
     {
@@ -203,33 +235,6 @@ TEST_F(Join, RefusalsBeforeTheOutputExists)
         EXPECT_FALSE(std::filesystem::exists(destination)) << destination;
         EXPECT_EQ(run.standardOutput.find("reading file"), std::string::npos);
     }
-}
-
-TEST_F(Join, MixedAiffAndWavInputsTakeTheFirstInputsRateAndDepth)
-{
-    // sox's 24-bit 48 kHz stereo noise (33 frames), with its own decoding as 32-bit values.
-    const std::string aiff = std::string(KVO_TEST_DATA_DIR) + "/sox-noise-48k-24bit.aiff";
-    const std::string raw = ReadWholeFile(std::string(KVO_TEST_DATA_DIR) + "/sox-noise-48k-24bit.s32");
-    const Input wav { 2, 44100, 16, 10, 19 };
-    const std::string b = folder / "b20.wav";
-    WriteWholeFile(b, CanonicalWav(1, 2, 44100, 16, PcmBytes(wav.Samples(), 16)));
-
-    // AIFF out at 24 bits: both inputs are carried exactly, big-endian.
-    const std::string aiffOutput = folder / "out.AIF";
-    EXPECT_EQ(RunSonaJoin({ "-i", aiff + ", " + b, "-d", aiffOutput }).exitCode, 0);
-    std::string data;
-    for (size_t i = 0; i + 4 <= raw.size(); i += 4)
-        data += std::string { raw[i + 3], raw[i + 2], raw[i + 1] };
-    for (int32_t sample : wav.Samples())
-        data += BigEndian(uint32_t(sample) << 8, 3);
-    ASSERT_EQ(data.size(), 43u * 6u);
-    EXPECT_EQ(ReadWholeFile(aiffOutput), AiffWriterHeader(2, 43, 24, Z("\x40\x0E\xBB\x80\0\0\0\0\0\0"), 258) + data);
-
-    // WAV first: 16 bits at 44.1 kHz, the AIFF input is not resampled.
-    EXPECT_EQ(RunSonaJoin({ "-i", b + "," + aiff, "-d", output }).exitCode, 0);
-    const std::string bytes = ReadWholeFile(output);
-    EXPECT_EQ(bytes.substr(0, 104 + 40), WavWriterHeader(2, 44100, 16, 43 * 4) + PcmBytes(wav.Samples(), 16));
-    EXPECT_EQ(bytes.size(), 104u + 43u * 4u);
 }
 
 } // namespace

@@ -1,5 +1,4 @@
-// The manual page must document what the program's own help offers.
-
+// The manual page must document what the program's own help offers: every option and the examples.
 
 #include "KvoTestUtilities.h"
 
@@ -8,44 +7,41 @@ namespace kvo::testing
 namespace
 {
 
-/** Roff escapes every "-" of an option name as "\-". */
-std::string roffOption(const std::string& option)
+/** Roff escapes every "-" as "\-" and every double quote as "\(dq". */
+std::string Roff(const std::string& text)
 {
     std::string escaped;
-    for (char c : option)
-        escaped += c == '-' ? std::string("\\-") : std::string(1, c);
+    for (char c : text)
+        escaped += c == '-' ? "\\-" : c == '"' ? "\\(dq" : std::string(1, c);
     return escaped;
 }
 
-TEST(ManualPage, DocumentsEveryOptionOfTheHelp)
+TEST(ManualPage, DocumentsEveryOptionAndExampleOfTheHelp)
 {
     const std::string page = ReadWholeFile(KVO_MANUAL_PAGE);
     ASSERT_FALSE(page.empty());
-
-    const ProgramRun run = RunSonaJoin({ "-h" });
-    std::istringstream help(run.standardOutput);
+    std::istringstream help(RunSonaJoin({ "-h" }).standardOutput);
     int optionsSeen = 0;
+    int examplesSeen = 0;
     for (std::string line; std::getline(help, line);)
     {
-        // Option lines read "     -i | --input       : input file".
+        // Option lines read "     -i | --input       : input file", examples "./sonajoin -i ... -d x".
         std::istringstream words(line);
         std::string shortName, bar, longName;
+        if (line.rfind("./sonajoin ", 0) == 0) // up to the destination, which the page may vary
+        {
+            ++examplesSeen;
+            const std::string example = line.substr(11, line.find(" -d ") + 4 - 11);
+            EXPECT_NE(page.find(Roff(example)), std::string::npos) << "missing from the manual page: " << line;
+        }
         if (!(words >> shortName >> bar >> longName) || bar != "|" || shortName.rfind("-", 0) != 0)
             continue;
         ++optionsSeen;
-        const std::string documented = ".BR " + roffOption(shortName) + " \", \" " + roffOption(longName);
+        const std::string documented = ".BR " + Roff(shortName) + " \", \" " + Roff(longName);
         EXPECT_NE(page.find(documented), std::string::npos) << "missing from the manual page: " << line;
     }
     EXPECT_EQ(optionsSeen, 4);
-}
-
-TEST(ManualPage, ShowsTheHelpExamples)
-{
-    const std::string page = ReadWholeFile(KVO_MANUAL_PAGE);
-    for (const char* example : { "\\-i \\(dq~/Desktop/*.wav\\(dq \\-d output.wav",
-                                 "\\-i \\(dq~/Downloads/*.wav\\(dq \\-r 1 \\-d output.wav",
-                                 "\\-i \\(dqfile1.wav, file2.wav , file3.wav\\(dq \\-d output.wav" })
-        EXPECT_NE(page.find(example), std::string::npos) << example;
+    EXPECT_EQ(examplesSeen, 4);
 }
 
 } // namespace

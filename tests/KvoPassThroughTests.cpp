@@ -2,21 +2,16 @@
 // one that decoding to float and encoding again makes, whatever the formats, depths, frame
 // counts, block boundaries and missing data.
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
-#include "audiofiles/KvoAudioFileReader.h"
+#include "KvoTestUtilities.h"
 #include "audiofiles/KvoAudioFileWriter.h"
 #include "audiofiles/KvoPcmFileReader.h"
-#include "KvoTestUtilities.h"
 
-namespace kvo
+namespace kvo::testing
 {
 namespace
 {
-
-using namespace kvo::testing;
 
 /** numBytes of noise that reaches every byte value, the same on every run. */
 std::string Noise(size_t numBytes)
@@ -26,16 +21,6 @@ std::string Noise(size_t numBytes)
     for (char& byte : bytes)
         byte = char((state = state * 1664525u + 1013904223u) >> 24);
     return bytes;
-}
-
-/** An AIFF file of numFrames frames stated in its header, with data as its samples. */
-std::string Aiff(uint16_t numChannels, uint16_t bits, uint32_t numFrames, const std::string& data)
-{
-    const std::string rate { 0x40, 0x0E, char(0xAC), 0x44, 0, 0, 0, 0, 0, 0 }; // 44100
-    const std::string comm = BigEndian(numChannels, 2) + BigEndian(numFrames, 4) + BigEndian(bits, 2) + rate;
-    const std::string ssnd = BigEndian(0, 8) + data;
-    const std::string body = "AIFFCOMM" + BigEndian(comm.size(), 4) + comm + "SSND" + BigEndian(ssnd.size(), 4) + ssnd;
-    return "FORM" + BigEndian(body.size(), 4) + body;
 }
 
 /** Frames [start, start + count) of input stored by writer in blocks, converted or copied. */
@@ -91,7 +76,7 @@ TEST(PassThrough, CopiesTheBytesConversionWouldWrite)
     {
         SCOPED_TRACE(row.name);
         const std::string data = Noise(size_t(row.numFrames) * row.numChannels * row.bits / 8);
-        const std::string file = row.isAiff ? Aiff(row.numChannels, row.bits, row.numFrames, data)
+        const std::string file = row.isAiff ? Form("AIFF", Comm(row.numChannels, row.numFrames, row.bits) + Ssnd(data))
                                             : CanonicalWav(row.tag, row.numChannels, 44100, row.bits, data);
         const std::string input = folder / (row.isAiff ? "in.aiff" : "in.wav");
         WriteWholeFile(input, file.substr(0, row.keptBytes));
@@ -110,4 +95,4 @@ TEST(PassThrough, CopiesTheBytesConversionWouldWrite)
 }
 
 } // namespace
-} // namespace kvo
+} // namespace kvo::testing

@@ -1,19 +1,15 @@
 // Sample coding between file bytes, fixed point and float: what the readers' and writers'
 // round trips cannot show (channel rules, the in-place case, clipping and rounding of
-// every float). The byte layouts of each width are pinned by the reader and writer tests.
-
-#include <gtest/gtest.h>
+// every float). The byte layouts of each width are pinned by the reader and writer tests,
+// their round trips by the join's copies against its conversions.
 
 #include <cmath>
-#include <cstdint>
-#include <cstring>
 #include <limits>
-#include <string>
-#include <vector>
 
+#include "KvoTestUtilities.h"
 #include "audiofiles/KvoPcmSampleCoding.h"
 
-namespace kvo
+namespace kvo::testing
 {
 namespace
 {
@@ -100,39 +96,5 @@ TEST(PcmScaling, FloatToFixedEqualsClippedLrintfEverywhere)
     EXPECT_EQ(fromNan, INT32_MIN);
 }
 
-std::string pack(void (*packer)(int, const int* const*, unsigned, uint64_t, char*), int bits,
-                 const std::vector<std::vector<int>>& channels)
-{
-    std::vector<const int*> pointers;
-    for (const auto& channel : channels)
-        pointers.push_back(channel.data());
-    std::string out(channels.size() * channels[0].size() * static_cast<size_t>(bits / 8), '\0');
-    packer(bits, pointers.data(), static_cast<unsigned>(channels.size()), channels[0].size(), out.data());
-    return out;
-}
-
-TEST(PcmRoundTrip, SixteenAndTwentyFourBitsSurviveFloat)
-{
-    for (int bits : { 8, 16, 24 })
-    {
-        const int step = 1 << (32 - bits);
-        std::vector<int> fixed;
-        for (int64_t v = INT32_MIN; v <= INT32_MAX; v += int64_t(step) * 997)
-            fixed.push_back(static_cast<int>(v));
-        fixed.push_back(INT32_MAX & ~(step - 1));
-        const std::vector<std::vector<int>> channels { fixed };
-        const std::string packed = pack(PackWavSamples, bits, channels);
-
-        auto decoded = decode(ConvertLittleEndianToInt32, bits, false, packed, 1, 1, fixed.size());
-        int* pointers[1] = { decoded[0].data() };
-        ConvertFixedToFloat(pointers, 1, fixed.size());
-        std::vector<float> floats(fixed.size());
-        std::memcpy(floats.data(), decoded[0].data(), floats.size() * sizeof(float));
-        std::vector<int> again(fixed.size());
-        ConvertFloatToFixed(floats.data(), again.data(), floats.size());
-        EXPECT_EQ(pack(PackWavSamples, bits, { again }), packed) << bits << " bits";
-    }
-}
-
 } // namespace
-} // namespace kvo
+} // namespace kvo::testing

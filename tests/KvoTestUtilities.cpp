@@ -309,4 +309,12 @@ Channels ReadFrames(AudioFileReader& reader, uint64_t start, uint64_t numSamples
     return std::move(read.channels);
 }
 
+std::string DescribeMarkers(const AudioFilesMetadata& record)
+{
+    std::string text;
+    for (const AudioFilesMetadata::Marker* marker : record.markers)
+        text += std::to_string(marker->identifier) + "@" + std::to_string(marker->position) + ":" + marker->label.GetStdString() + " ";
+    return text;
+}
+
 } // namespace kvo::testing

@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "audiofiles/KvoAudioFileReader.h"
+#include "audiofiles/KvoAudioFileWriter.h"
 #include "core/KvoException.h"
 #include "core/KvoReportLine.h"
 
@@ -164,6 +165,8 @@ std::string Z(const char (&text)[size])
 
 using Guid = std::array<uint8_t, 16>;
 using Channels = std::vector<std::vector<float>>;
+/** Channels of fixed-point values, as the formats hand them over before they become floats. */
+using Fixed = std::vector<std::vector<int32_t>>;
 
 /** The Wave64 identifier of a chunk named by four characters ("fmt ", "data", "wave", ...). */
 Guid W64Id(const char (&fourcc)[5]);
@@ -239,6 +242,32 @@ ChannelRead ReadChannels(AudioFileReader& reader, uint64_t start, uint64_t numSa
 
 /** The channels of ReadChannels, where a failed read fails the test. */
 Channels ReadFrames(AudioFileReader& reader, uint64_t start, uint64_t numSamples);
+
+/** A record's markers, each as "identifier@position:label ". */
+std::string DescribeMarkers(const AudioFilesMetadata& record);
+
+/** A writer of format Writer made directly, its raw sample path and byte count open to tests. */
+template <typename Writer>
+class OpenWriter : public Writer
+{
+public:
+    OpenWriter(const std::string& path, double rate, unsigned int numChannels, int bits)
+        : Writer(File(path.c_str()), rate, numChannels, bits)
+    {
+    }
+
+    using Writer::bytesWritten;
+    using Writer::metadata;
+
+    bool WriteRaw(Fixed channels)
+    {
+        std::vector<int*> pointers;
+        for (auto& channel : channels)
+            pointers.push_back(channel.data());
+        pointers.push_back(nullptr);
+        return this->writeRawSamples(pointers.data(), channels[0].size());
+    }
+};
 
 /** A fresh folder to write files into and open them from with any reader. */
 class AudioFileTest : public ::testing::Test

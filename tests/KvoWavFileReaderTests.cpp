@@ -2,9 +2,7 @@
 // chunk walk, the refusals, and files written by other tools.
 
 #include <limits>
-#include <random>
 
-#include "KvoFuzzUtilities.h"
 #include "KvoTestUtilities.h"
 #include "audiofiles/KvoWavFileReader.h"
 
@@ -219,26 +217,6 @@ TEST_F(WavReaderTest, Refusals)
     EXPECT_EQ(Refusal<WavFileReader>(Bytes().Id(badRiff) + w64.substr(16)), "invalid riff chunk for w64");
     w64[39] = 0;
     EXPECT_EQ(Refusal<WavFileReader>(w64), "invalid wave chunk for w64");
-}
-
-TEST_F(WavReaderTest, RandomBytesNeverCrash)
-{
-    const std::vector<std::string> seeds {
-        Wav(Fmt(1, 2, 44100, 16), Pcm16({ 1, 2, 3, 4 })),
-        Rf64(Chunk("fmt ", Extensible(2, 48000, 24, pcmGuid)) + Chunk("data", std::string(12, '\x11'), 0xFFFFFFFF), 12),
-        Wave64(W64Chunk(w64Fmt, Fmt(3, 1, 48000, 32)) + W64Chunk(w64Data, std::string(8, '\x22'))),
-    };
-    std::mt19937 random(20240601);
-    const ScopedConsoleTarget quiet;
-    for (int round = 0; round < 600; ++round)
-    {
-        std::string bytes = seeds[size_t(round) % seeds.size()];
-        for (int i = 1 + int(random() % 8); i > 0; --i)
-            bytes[random() % bytes.size()] = char(random());
-        if (round % 5 == 0)
-            bytes.resize(random() % bytes.size());
-        fuzzing::ReadAsAudioFile(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), ".wav");
-    }
 }
 
 // Files written by other tools (sox, ffmpeg) from one 16-bit stereo ramp: frame i holds

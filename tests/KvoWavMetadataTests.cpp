@@ -1,9 +1,6 @@
 // The metadata chunks of WAV files, built byte by byte: bext, cue, LIST (INFO and adtl),
-// axml, chna and dbmd as the reader takes them, one row each; the closing chunks of the
-// writer; and the join, which carries none of it into its output.
-
-#include <filesystem>
-#include <random>
+// axml, chna and dbmd as the reader takes them, one row each; and the closing chunks of the
+// writer. (The join, which carries none of it, has its rows in the join tests.)
 
 #include "KvoTestUtilities.h"
 #include "audiofiles/KvoWavFileReader.h"
@@ -83,8 +80,7 @@ std::string Describe(const WavFileReader& reader, Part part)
         text = m.bextEntries.get("bwav time reference").GetStdString() + " "
                + m.bextEntries.get("bwav time reference (translated HH:MM:SS.mmm)", "missing").GetStdString();
     if (part == markerPart)
-        for (const AudioFilesMetadata::Marker* marker : m.markers)
-            text += std::to_string(marker->identifier) + "@" + std::to_string(marker->position) + ":" + marker->label.GetStdString() + " ";
+        text = DescribeMarkers(m);
     return text;
 }
 
@@ -313,36 +309,10 @@ TEST_F(WavMetadataTest, DbmdIsAGateOnly)
     EXPECT_EQ(Refusal<WavFileReader>(Riff(fmt + Chunk("dbmd", Bytes().U32(1).U8(0), 0x80000000))), "Invalid chunk size for 'dbmd'");
 }
 
-TEST_F(WavMetadataTest, JoinLeavesMetadataBehindAndStopsAtAFaultyDbmd)
-{
-    const std::string writableFmt = Chunk("fmt ", Fmt(1, 1, 44100, 16));
-    BextFields f;
-    f.history = "A=PCM\r\n";
-    const std::string chunks = Chunk("bext", Bext(f)) + List("INFO", Sub("INAM", "Name")) + Cue(1, CuePoint(1, 1))
-                               + List("adtl", Label("labl", 1, "L")) + soundDbmd + Chunk("axml", "<a/>");
-    const std::string samples1 = Pcm16({ 100, -200, 300 });
-    const std::string samples2 = Pcm16({ -4, 5 });
-    Write(Riff(writableFmt + chunks + Chunk("data", samples1) + Chunk("LIST", "INFO")), "a.wav");
-    Write(Riff(chunks + writableFmt + Chunk("data", samples2)), "b.wav");
-
-    const ProgramRun run = RunSonaJoin({ "-i", (folder / "a.wav") + "," + (folder / "b.wav"), "-d", folder / "out.wav" });
-    ASSERT_EQ(run.exitCode, 0) << run.standardError;
-    EXPECT_EQ(run.standardError, "");
-    EXPECT_EQ(ReadWholeFile(folder / "out.wav"), WavWriterHeader(1, 44100, 16, 10) + samples1 + samples2);
-
-    // A faulty dbmd chunk stops the join, and the output is not made.
-    Write(Riff(writableFmt + faultyDbmd + data), "faulty.wav");
-    const ProgramRun faultyRun = RunSonaJoin({ "-i", (folder / "a.wav") + "," + (folder / "faulty.wav"), "-d", folder / "refused.wav" });
-    EXPECT_EQ(faultyRun.exitCode, 1);
-    EXPECT_NE(faultyRun.standardError.find("DolbyAtmosMetadata::parseDolbyAtmosMetadata("), std::string::npos) << faultyRun.standardError;
-    EXPECT_NE(faultyRun.standardError.find("\ninvalid checksum\n"), std::string::npos) << faultyRun.standardError;
-    EXPECT_FALSE(std::filesystem::exists(folder / "refused.wav"));
-}
-
 TEST_F(WavMetadataTest, MalformedChunksNeverCrash)
 {
-    // Hostile sizes, sub-chunks that overlap or run past their list or the file, then random
-    // chunks: each file opens wherever the chunk stands; only dbmd raises refusals of its own.
+    // Hostile sizes, sub-chunks that overlap or run past their list or the file: each file
+    // opens wherever the chunk stands (the fuzz targets go further).
     std::vector<std::string> chunks;
     for (const char* id : { "bext", "cue ", "LIST", "axml", "chna" })
         for (const uint64_t size : { 0ull, 1ull, 3ull, 4ull, 27ull, 601ull, 0x7FFFFFFFull, 0xFFFFFFF0ull, 0xFFFFFFFFull })
@@ -357,42 +327,16 @@ TEST_F(WavMetadataTest, MalformedChunksNeverCrash)
         }
     chunks.push_back(Cue(0x7FFFFFFF, CuePoint(1, 1, 1)));
     chunks.push_back(Chunk("chna", Bytes().U16(0xFFFF).U16(0xFFFF).Text(std::string(30, 'x'))));
-    std::mt19937 random(20261123);
-    const std::vector<std::string> ids { "bext", "cue ", "LIST", "axml", "chna", "dbmd" };
-    const std::vector<std::string> listTypes { "INFO", "adtl", "info", "xxxx" };
-    const std::vector<std::string> subIds { "labl", "note", "ltxt", "INAM", "iart", "zzzz" };
-    for (int round = 0; round < 300; ++round)
-    {
-        const std::string& id = ids[random() % ids.size()];
-        std::string payload = id == "dbmd" ? Bytes().U32(random() % 2 == 0 ? 0x01000007 : random()).s
-                              : id == "LIST" ? listTypes[random() % listTypes.size()] : "";
-        for (int n = id == "LIST" ? int(random() % 5) : 0; n > 0; --n)
-            payload += Sub(subIds[random() % subIds.size()], "", random() % 3 == 0 ? random() : random() % 24);
-        for (int n = int(random() % 40); n > 0; --n)
-            payload += char(random() % 4 == 0 ? random() % 12 : random());
-        const int64_t sizeField = random() % 3 == 0 ? int64_t(random()) : random() % 2 == 0 ? -1 : int64_t(random() % 64);
-        chunks.push_back(Chunk(id, payload, sizeField));
-    }
 
     for (const std::string& chunk : chunks)
     {
-        const bool mayRefuse = chunk.compare(0, 4, "dbmd") == 0;
         const std::string files[] = { Riff(fmt + chunk + data), Riff(fmt + data + chunk),
                                       Wave64(W64Chunk(W64Id("fmt "), Fmt(1, 1, 1000, 16)) + W64Chunk(W64Id("bext"), chunk)
                                              + W64Chunk(w64List, chunk.substr(8)) + W64Chunk(W64Id("data"), Pcm16({ 1 }))) };
         for (const std::string& bytes : files)
-        {
-            const std::string message = Refusal<WavFileReader>(bytes);
-            if (!mayRefuse)
-            {
-                EXPECT_EQ(message, "(no exception)") << chunk.substr(0, 4);
-            }
-        }
+            EXPECT_EQ(Refusal<WavFileReader>(bytes), "(no exception)") << chunk.substr(0, 4);
         // After the data, the chunk cannot hide the samples.
-        if (!mayRefuse)
-        {
-            EXPECT_EQ(Open<WavFileReader>(files[1])->getNumSamples(), 3u);
-        }
+        EXPECT_EQ(Open<WavFileReader>(files[1])->getNumSamples(), 3u);
     }
 }
 
