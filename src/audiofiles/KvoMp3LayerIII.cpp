@@ -20,8 +20,8 @@
      6. Stereo processing: mid/side, intensity (applyIntensity) and the channel selection
         (processStereo).
      7. Antialias butterflies between long sub-bands (antialias).
-     8. Hybrid filterbank: IMDCT, window and overlap-add (hybrid; the transforms are in
-        KvoMp3Imdct.cpp).
+     8. Hybrid filterbank: IMDCT, window and overlap-add (hybrid; hybridFilterbank in
+        KvoMp3Imdct.cpp transforms four or eight sub-bands at a time).
      9. Frequency inversion: folded into the windows of the odd sub-bands (imdctWindowOdd).
     10. Polyphase synthesis of 18 rows of 32 sub-band samples (synthesiseGranule, with
         synthesise in KvoMp3Synthesis.cpp).
@@ -537,12 +537,15 @@ void processStereo(const Mp3FrameHeader& header, Mp3GranuleInfo& leftInfo, Mp3Gr
     if (msStereo || intensityStereo || header.channelSelect == 3)
         leftInfo.maxb = rightInfo.maxb = std::max(leftInfo.maxb, rightInfo.maxb);
 
-    const int32_t lines = std::min(leftInfo.maxb, 32) * 18;
+    // The right channel alone goes through channel 0's filterbank, as far as its own lines reach.
     if (header.channelSelect == 1)
-        std::copy(right, right + lines, left);
+        std::copy(right, right + std::min(rightInfo.maxb, 32) * 18, left);
     else if (header.channelSelect == 3)
+    {
+        const int32_t lines = std::min(leftInfo.maxb, 32) * 18;
         for (int32_t i = 0; i < lines; ++i)
             left[i] += right[i];
+    }
 }
 
 // 7. Antialias ------------------------------------------------------------------------------------
@@ -578,45 +581,11 @@ void antialias(float* lines, const Mp3GranuleInfo& info)
 /** IMDCT and overlap of one channel's granule into its 18 rows of 32 sub-band samples. */
 void hybrid(Mp3Layer3State& layer3, int32_t channel, const Mp3GranuleInfo& info)
 {
-    const Mp3Tables& tables = GetMp3Tables();
     const int32_t half = layer3.blockIndex[channel];
     layer3.blockIndex[channel] = 1 - half;
-    float* overlapIn = layer3.overlapBlocks[half][channel];
-    float* overlapOut = layer3.overlapBlocks[1 - half][channel];
-    float* lines = layer3.spectrum[channel];
-    float* out = &layer3.hybrid[channel][0][0];
-
-    int32_t sb = 0;
-    if (info.mixed_block_flag != 0)
-    {
-        imdct36(lines, overlapIn, overlapOut, tables.imdctWindow[0], out);
-        imdct36(lines + 18, overlapIn + 18, overlapOut + 18, tables.imdctWindowOdd[0], out + 1);
-        sb = 2;
-    }
-    const int32_t blockType = int32_t(info.block_type & 3);
-    const int32_t limit = std::min(info.maxb, 32);
-    for (; sb < limit; sb += 2)
-    {
-        const int32_t at = 18 * sb;
-        if (blockType == 2)
-        {
-            imdct12(lines + at, overlapIn + at, overlapOut + at, tables.imdctWindow[2], out + sb);
-            imdct12(lines + at + 18, overlapIn + at + 18, overlapOut + at + 18, tables.imdctWindowOdd[2], out + sb + 1);
-        }
-        else
-        {
-            imdct36(lines + at, overlapIn + at, overlapOut + at, tables.imdctWindow[blockType], out + sb);
-            imdct36(lines + at + 18, overlapIn + at + 18, overlapOut + at + 18, tables.imdctWindowOdd[blockType],
-                    out + sb + 1);
-        }
-    }
-    // Sub-bands known to be silent only release what the last granule left in them.
-    for (; sb < 32; ++sb)
-        for (int32_t i = 0; i < 18; ++i)
-        {
-            out[i * mp3HybridStride + sb] = overlapIn[18 * sb + i];
-            overlapOut[18 * sb + i] = 0.0f;
-        }
+    const Mp3HybridBlock block { int(info.block_type & 3), info.mixed_block_flag != 0, std::min(info.maxb, 32) };
+    hybridFilterbank(layer3.spectrum[channel], block, &layer3.overlapBlocks[half][channel][0][0],
+                     &layer3.overlapBlocks[1 - half][channel][0][0], &layer3.hybrid[channel][0][0]);
 }
 
 // 10. Synthesis, and the frame --------------------------------------------------------------------
@@ -677,9 +646,11 @@ void decodeLayer3(const Mp3FrameHeader& header, Mp3SideInfo& sideInfo, Mp3BitRea
                 return;
             processStereo(header, leftInfo, rightInfo, layer3.spectrum[0], layer3.spectrum[1], scaleFactors[1]);
         }
+        // A selected right channel is filtered with its own block type and limit.
+        const int32_t first = stereoStream && header.channelSelect == 1 ? 1 : 0;
         for (int32_t channel = 0; channel < activeChannels; ++channel)
         {
-            const Mp3GranuleInfo& info = sideInfo.granules[channel][granule];
+            const Mp3GranuleInfo& info = sideInfo.granules[first + channel][granule];
             antialias(layer3.spectrum[channel], info);
             hybrid(layer3, channel, info);
         }
