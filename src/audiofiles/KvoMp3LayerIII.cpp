@@ -123,6 +123,16 @@ inline float withSign(float factor, uint32_t sign)
     return factor;
 }
 
+/** A count1 line: factor with the sign, or +0 where the quad holds 0, with no branch. */
+inline float quadLine(float factor, uint32_t nonZero, uint32_t sign)
+{
+    uint32_t bits;
+    std::memcpy(&bits, &factor, sizeof bits);
+    bits = (bits ^ (sign << 31)) & (0u - nonZero);
+    std::memcpy(&factor, &bits, sizeof bits);
+    return factor;
+}
+
 /**
     Walks a Huffman tree over the look-ahead bits in window, from bit used on (counted from
     the top): a branch entry skips its magnitude of entries when the bit is 1, and the walk
@@ -275,28 +285,17 @@ public:
     void decodeQuads(int32_t& remain)
     {
         const int32_t maxQuads = (288 - int32_t(info.big_values)) / 2;
+        const uint16_t* lookup = tables.quadLookups[info.count1table_select & 1];
         for (int32_t quad = 0; quad < maxQuads && remain > 0; ++quad)
         {
-            const int32_t leaf = walkQuadTree(remain);
-            for (int32_t half = 0; half < 2; ++half)
-            {
-                if (!nextPair())
-                    return;
-                float values[2] = { 0.0f, 0.0f };
-                for (int32_t i = 0; i < 2; ++i)
-                {
-                    if (((leaf >> (3 - 2 * half - i)) & 1) == 0)
-                        continue;
-                    if (remain <= 0)
-                    {
-                        store(values[0], values[1]);
-                        return; // no bit left for the sign: the quad ends here
-                    }
-                    --remain;
-                    values[i] = withSign(cursor.factor, bits.readBit());
-                }
-                store(values[0], values[1]);
-            }
+            // Taking the band record first changes nothing when none is left: the bits the
+            // quad would have taken are skipped with the rest of the granule's.
+            if (!nextPair())
+                return;
+            if (remain >= mp3QuadLookupBits && cursor.pairsLeft >= 2 && position() + 3 * step() < granuleLines)
+                decodeWholeQuad(lookup, remain);
+            else if (!decodeQuadNearEnd(remain))
+                return;
         }
     }
 
@@ -342,23 +341,73 @@ private:
         return true;
     }
 
+    /** Where the next pair's first line goes, and the distance to its second. */
+    int32_t position() const { return isShort ? cursor.position : longPosition; }
+    int32_t step() const { return isShort ? cursor.step : 1; }
+
     void store(float x, float y)
     {
-        const int32_t position = isShort ? cursor.position : longPosition;
-        const int32_t step = isShort ? cursor.step : 1;
         // A damaged or unusual map must not carry lines past the granule.
-        if (position + step < granuleLines)
+        if (position() + step() < granuleLines)
         {
-            spectrum[position] = x;
-            spectrum[position + step] = y;
+            spectrum[position()] = x;
+            spectrum[position() + step()] = y;
         }
         if (x != 0.0f || y != 0.0f)
             highest[cursor.record->window] = cursor.record->band;
         if constexpr (isShort)
-            cursor.position += 2 * step;
+            cursor.position += 2 * step();
         else
             longPosition += 2;
         --cursor.pairsLeft;
+    }
+
+    /**
+        A quad whose code and signs the granule's bits surely hold, and whose four lines the band
+        record and the granule do. A line is non-zero where the quad holds a 1 (no gain is 0).
+    */
+    void decodeWholeQuad(const uint16_t* lookup, int32_t& remain)
+    {
+        const uint32_t entry = lookup[bits.peek64() >> (64 - mp3QuadLookupBits)];
+        const int32_t length = int32_t(entry >> 8);
+        bits.skipBits(length);
+        remain -= length;
+        const int32_t first = position();
+        for (int32_t i = 0; i < 4; ++i)
+            spectrum[first + i * step()] = quadLine(cursor.factor, (entry >> (7 - i)) & 1, (entry >> (3 - i)) & 1);
+        if ((entry & 0xF0) != 0)
+            highest[cursor.record->window] = cursor.record->band;
+        if constexpr (isShort)
+            cursor.position += 4 * step();
+        else
+            longPosition += 4;
+        cursor.pairsLeft -= 2;
+    }
+
+    /** A quad bit by bit, which may end the granule's bits or band records; false when it did. */
+    bool decodeQuadNearEnd(int32_t& remain)
+    {
+        const int32_t leaf = walkQuadTree(remain);
+        for (int32_t half = 0; half < 2; ++half)
+        {
+            if (!nextPair())
+                return false;
+            float values[2] = { 0.0f, 0.0f };
+            for (int32_t i = 0; i < 2; ++i)
+            {
+                if (((leaf >> (3 - 2 * half - i)) & 1) == 0)
+                    continue;
+                if (remain <= 0)
+                {
+                    store(values[0], values[1]);
+                    return false; // no bit left for the sign: the quad ends here
+                }
+                --remain;
+                values[i] = withSign(cursor.factor, bits.readBit());
+            }
+            store(values[0], values[1]);
+        }
+        return true;
     }
 
     /** A count1 code; when the bits run out within the code the quad is 0. */

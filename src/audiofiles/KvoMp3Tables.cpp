@@ -435,12 +435,33 @@ void BuildLookup(const int16_t* tree, Mp3HuffmanLookup (&lookup)[1 << mp3LookupB
     }
 }
 
+/** A count1 tree walked over each value of the look-up's bits, then one sign bit taken for each 1 of the quad. */
+void BuildQuadLookup(const int16_t* tree, uint16_t (&lookup)[1 << mp3QuadLookupBits])
+{
+    for (int prefix = 0; prefix < (1 << mp3QuadLookupBits); ++prefix)
+    {
+        int used = 0;
+        const auto nextBit = [&] { return (prefix >> (mp3QuadLookupBits - 1 - used++)) & 1; };
+        int node = 0;
+        while (tree[node] < 0)
+            node += 1 + (nextBit() != 0 ? -tree[node] : 0);
+        const int quad = tree[node] & 15;
+        int signs = 0;
+        for (int line = 3; line >= 0; --line)
+            if (((quad >> line) & 1) != 0)
+                signs |= nextBit() << line;
+        lookup[prefix] = uint16_t(used << 8 | quad << 4 | signs);
+    }
+}
+
 void BuildLookups(Mp3Tables& tables)
 {
     for (int select = 0; select < 32; ++select)
         BuildLookup(tables.huffmanTables[select].tree, tables.huffmanLookups[select]);
     BuildLookup(tables.count1Trees[0], tables.huffmanLookups[32]);
     BuildLookup(tables.count1Trees[1], tables.huffmanLookups[33]);
+    BuildQuadLookup(tables.count1Trees[0], tables.quadLookups[0]);
+    BuildQuadLookup(tables.count1Trees[1], tables.quadLookups[1]);
 }
 
 void BuildTables(Mp3Tables& tables)
