@@ -123,16 +123,6 @@ inline float withSign(float factor, uint32_t sign)
     return factor;
 }
 
-/** A count1 line: factor with the sign, or +0 where the quad holds 0, with no branch. */
-inline float quadLine(float factor, uint32_t nonZero, uint32_t sign)
-{
-    uint32_t bits;
-    std::memcpy(&bits, &factor, sizeof bits);
-    bits = (bits ^ (sign << 31)) & (0u - nonZero);
-    std::memcpy(&factor, &bits, sizeof bits);
-    return factor;
-}
-
 /**
     Walks a Huffman tree over the look-ahead bits in window, from bit used on (counted from
     the top): a branch entry skips its magnitude of entries when the bit is 1, and the walk
@@ -372,9 +362,15 @@ private:
         const int32_t length = int32_t(entry >> 8);
         bits.skipBits(length);
         remain -= length;
-        const int32_t first = position();
-        for (int32_t i = 0; i < 4; ++i)
-            spectrum[first + i * step()] = quadLine(cursor.factor, (entry >> (7 - i)) & 1, (entry >> (3 - i)) & 1);
+        // Times 1 or -1 the factor keeps its value or flips its sign, exactly; times 0 it is +0.
+        using namespace mp3vector;
+        const float factor = cursor.factor;
+        const Floats lines = Load(tables.quadSigns[entry & 255]) * Floats { factor, factor, factor, factor };
+        if constexpr (isShort)
+            for (int32_t i = 0; i < 4; ++i)
+                spectrum[cursor.position + i * cursor.step] = lines[i];
+        else
+            Store(spectrum + longPosition, lines);
         if ((entry & 0xF0) != 0)
             highest[cursor.record->window] = cursor.record->band;
         if constexpr (isShort)

@@ -462,6 +462,13 @@ void BuildLookups(Mp3Tables& tables)
     BuildLookup(tables.count1Trees[1], tables.huffmanLookups[33]);
     BuildQuadLookup(tables.count1Trees[0], tables.quadLookups[0]);
     BuildQuadLookup(tables.count1Trees[1], tables.quadLookups[1]);
+    for (int bits = 0; bits < 256; ++bits)
+        for (int line = 0; line < 4; ++line)
+        {
+            const int shift = 3 - line;
+            const float sign = ((bits >> shift) & 1) != 0 ? -1.0f : 1.0f;
+            tables.quadSigns[bits][line] = ((bits >> (4 + shift)) & 1) == 0 ? 0.0f : sign;
+        }
 }
 
 void BuildTables(Mp3Tables& tables)

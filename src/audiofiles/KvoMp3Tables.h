@@ -126,6 +126,8 @@ struct Mp3Tables
         0-3 their signs.
     */
     uint16_t quadLookups[2][1 << mp3QuadLookupBits];
+    /** By bits 0-7 of a quad look-up: each line's factor of the gain, 0 for a 0, -1 or 1 by its sign. */
+    alignas(16) float quadSigns[256][4];
 
     /** Storage behind huffmanTables and count1Trees. */
     static constexpr int huffmanStorageSize = 2804;
