@@ -32,7 +32,9 @@ namespace
 constexpr int longOutputs = 9;  // n / 4 for the 36-point transform
 constexpr int shortOutputs = 3; // n / 4 for the 12-point transform
 
-using Floats8 = float __attribute__((vector_size(32)));
+using mp3vector::Floats8;
+using mp3vector::LoadLanes;
+using mp3vector::StoreLanes;
 using Ints4 = int32_t __attribute__((vector_size(16)));
 using Ints8 = int32_t __attribute__((vector_size(32)));
 
@@ -101,18 +103,6 @@ const LaneTables<V>& GetLaneTables()
         return &built;
     }();
     return *lanes;
-}
-
-template <typename V>
-inline void LoadLanes(V& values, const float* from) noexcept
-{
-    std::memcpy(&values, from, sizeof values);
-}
-
-template <typename V>
-inline void StoreLanes(float* to, const V& values) noexcept
-{
-    std::memcpy(to, &values, sizeof values);
 }
 
 /** x[k] = line k of each of four sub-bands 18 lines apart, for k from first to first + 3: a 4 x 4 transpose. */
