@@ -148,19 +148,24 @@ inline int32_t walkTree(uint64_t window, const int16_t* tree, const Mp3HuffmanLo
     return used <= limit && entry >= 0 ? entry : -1;
 }
 
-/** One value of a big-values pair from the look-ahead bits: the escape bits, the sign, the line's float. */
+/**
+    One value of a big-values pair from the look-ahead bits: the escape bits (a table with
+    escapes), the sign, the line's float. A 0 has no sign bit and gives +0, the positive factor
+    times powerTable[0], with no branch on the value.
+*/
+template <bool escapes>
 inline float decodeValue(uint64_t window, int32_t& used, const float* powerTable, int32_t value, int32_t linbits,
                          float factor)
 {
-    if (value == 0)
-        return 0.0f;
-    if (value == 15 && linbits > 0)
-    {
-        value += int32_t((window << used) >> (64 - linbits));
-        used += linbits;
-    }
-    const uint32_t sign = uint32_t((window << used) >> 63);
-    ++used;
+    if constexpr (escapes)
+        if (value == 15)
+        {
+            value += int32_t((window << used) >> (64 - linbits));
+            used += linbits;
+        }
+    const uint32_t nonZero = value != 0 ? 1 : 0;
+    const uint32_t sign = uint32_t((window << used) >> 63) & nonZero;
+    used += int32_t(nonZero);
     return withSign(factor, sign) * powerTable[value];
 }
 
@@ -227,7 +232,6 @@ public:
     {
         int32_t counts[3];
         splitRegions(info, counts);
-        const float* powerTable = tables.powerTable;
         for (int32_t region = 0; region < 3; ++region)
         {
             const int32_t select = int32_t(info.table_select[region] & 31);
@@ -239,37 +243,51 @@ public:
                 if (!nextPair())
                     return;
                 const int32_t run = std::min(left, cursor.pairsLeft);
-                const int32_t step = isShort ? cursor.step : 1;
-                int32_t position = isShort ? cursor.position : longPosition;
-                int32_t leaves = 0;
-                for (int32_t pair = 0; pair < run; ++pair, position += 2 * step)
-                {
-                    // A pair takes at most 19 + 2 x 14 bits: one look ahead serves all of it.
-                    const uint64_t window = bits.peek64();
-                    int32_t used = 0;
-                    const int32_t leaf = std::max(walkTree(window, table.tree, lookup, used, 32), 0);
-                    const float x = decodeValue(window, used, powerTable, leaf >> 4, table.linbits, cursor.factor);
-                    const float y = decodeValue(window, used, powerTable, leaf & 15, table.linbits, cursor.factor);
-                    bits.skipBits(used);
-                    remain -= used;
-                    // A damaged or unusual map must not carry lines past the granule.
-                    if (position + step < granuleLines)
-                    {
-                        spectrum[position] = x;
-                        spectrum[position + step] = y;
-                    }
-                    leaves |= leaf;
-                }
+                const int32_t leaves = table.linbits > 0 ? decodePairs<true>(run, table, lookup, remain)
+                                                         : decodePairs<false>(run, table, lookup, remain);
                 if (leaves != 0)
                     highest[cursor.record->window] = cursor.record->band;
-                if constexpr (isShort)
-                    cursor.position = position;
-                else
-                    longPosition = position;
                 cursor.pairsLeft -= run;
                 left -= run;
             }
         }
+    }
+
+    /**
+        run pairs of big values into the current band record; returns their codes' leaves OR-ed.
+        Tables with escapes and without get loops of their own, so that neither tests linbits.
+    */
+    template <bool escapes>
+    int32_t decodePairs(int32_t run, const Mp3HuffmanTable& table, const Mp3HuffmanLookup* lookup, int32_t& remain)
+    {
+        const float* powerTable = tables.powerTable;
+        const float factor = cursor.factor;
+        const int32_t step = isShort ? cursor.step : 1;
+        int32_t position = isShort ? cursor.position : longPosition;
+        int32_t leaves = 0;
+        for (int32_t pair = 0; pair < run; ++pair, position += 2 * step)
+        {
+            // A pair takes at most 19 + 2 x 14 bits: one look ahead serves all of it.
+            const uint64_t window = bits.peek64();
+            int32_t used = 0;
+            const int32_t leaf = std::max(walkTree(window, table.tree, lookup, used, 32), 0);
+            const float x = decodeValue<escapes>(window, used, powerTable, leaf >> 4, table.linbits, factor);
+            const float y = decodeValue<escapes>(window, used, powerTable, leaf & 15, table.linbits, factor);
+            bits.skipBits(used);
+            remain -= used;
+            // A damaged or unusual map must not carry lines past the granule.
+            if (position + step < granuleLines)
+            {
+                spectrum[position] = x;
+                spectrum[position + step] = y;
+            }
+            leaves |= leaf;
+        }
+        if constexpr (isShort)
+            cursor.position = position;
+        else
+            longPosition = position;
+        return leaves;
     }
 
     void decodeQuads(int32_t& remain)
