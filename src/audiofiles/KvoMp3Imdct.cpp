@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <numbers>
+#include <type_traits>
 
 #include "audiofiles/KvoMp3Synthesis.h"
 #include "audiofiles/KvoMp3Tables.h"
@@ -35,11 +35,9 @@ constexpr int shortOutputs = 3; // n / 4 for the 12-point transform
 using mp3vector::Floats8;
 using mp3vector::LoadLanes;
 using mp3vector::StoreLanes;
+using mp3vector::lanesOf;
 using Ints4 = int32_t __attribute__((vector_size(16)));
 using Ints8 = int32_t __attribute__((vector_size(32)));
-
-template <typename V>
-constexpr int lanesOf = int(sizeof(V) / sizeof(float));
 
 /*
     The helpers below take and give their vectors by reference only: the eight-lane ones run

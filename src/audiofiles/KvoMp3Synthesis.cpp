@@ -180,7 +180,7 @@ inline void WindowSamples(const float* history, int rotation, float* samples) no
 {
     // The window is stored twice over, so starting it rotation entries early reads the history
     // in its rotated order without any wrapping.
-    constexpr int lanes = int(sizeof(V) / sizeof(float));
+    constexpr int lanes = mp3vector::lanesOf<V>;
     const TapWindows& windows = GetTapWindows();
     const int start = 16 - rotation;
     for (int row = 0; row < 16; row += lanes)

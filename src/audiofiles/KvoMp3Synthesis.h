@@ -41,6 +41,10 @@ inline void Store(float* to, Floats values) noexcept
     std::memcpy(to, &values, sizeof values);
 }
 
+/** Floats in a vector of type V. */
+template <typename V>
+constexpr int lanesOf = int(sizeof(V) / sizeof(float));
+
 /** Either width, by reference, so that no eight-float vector crosses a function boundary by value. */
 template <typename V>
 inline void LoadLanes(V& values, const float* from) noexcept
