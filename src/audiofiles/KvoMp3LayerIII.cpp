@@ -600,9 +600,10 @@ void processStereo(const Mp3FrameHeader& header, Mp3GranuleInfo& leftInfo, Mp3Gr
     if (msStereo || intensityStereo || header.channelSelect == 3)
         leftInfo.maxb = rightInfo.maxb = std::max(leftInfo.maxb, rightInfo.maxb);
 
-    // The right channel alone goes through channel 0's filterbank, as far as its own lines reach.
+    // The right channel alone goes through channel 0's filterbank: all its lines, for the
+    // filterbank takes sub-bands in pairs and may reach one past its limit.
     if (header.channelSelect == 1)
-        std::copy(right, right + std::min(rightInfo.maxb, 32) * 18, left);
+        std::copy(right, right + granuleLines, left);
     else if (header.channelSelect == 3)
     {
         const int32_t lines = std::min(leftInfo.maxb, 32) * 18;
