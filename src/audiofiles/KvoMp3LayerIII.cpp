@@ -13,10 +13,11 @@
         main data before this file is called (Mp3DecoderState::takeReservoir).
      2. Scale factors of a channel's granule: readScaleFactorsMpeg1, readScaleFactorsLowRate.
      3. Huffman decoding, 4. dequantisation and 5. reordering, in one pass over the granule's
-        bits (dequantise, GranuleDecoder): each pair of lines is decoded, scaled by its band's
-        gain and stored where the band map places it. The short band maps place each window's
-        lines 3 apart from the band's start plus the window (Mp3BandRecord::lineStep; the maps are built
-        by AddReorderedShortBands in KvoMp3Tables.cpp), which is the reordering of short blocks.
+        bits (dequantise, GranuleDecoder): each pair of lines is decoded (each count1 quad
+        through one look-up of its code and signs), scaled by its band's gain and stored where
+        the band map places it. The short band maps place each window's lines 3 apart from
+        the band's start plus the window (Mp3BandRecord::lineStep; the maps are built by
+        AddReorderedShortBands in KvoMp3Tables.cpp), which is the reordering of short blocks.
      6. Stereo processing: mid/side, intensity (applyIntensity) and the channel selection
         (processStereo).
      7. Antialias butterflies between long sub-bands (antialias).
