@@ -456,10 +456,20 @@ void BuildQuadLookup(const int16_t* tree, uint16_t (&lookup)[1 << mp3QuadLookupB
 
 void BuildLookups(Mp3Tables& tables)
 {
+    // One look-up a tree: 0, 4 and 14 share the empty tree, 16 to 23 one tree and 24 to 31 another.
+    const int16_t* trees[34];
     for (int select = 0; select < 32; ++select)
-        BuildLookup(tables.huffmanTables[select].tree, tables.huffmanLookups[select]);
-    BuildLookup(tables.count1Trees[0], tables.huffmanLookups[32]);
-    BuildLookup(tables.count1Trees[1], tables.huffmanLookups[33]);
+        trees[select] = tables.huffmanTables[select].tree;
+    trees[32] = tables.count1Trees[0];
+    trees[33] = tables.count1Trees[1];
+    int built = 0;
+    for (int i = 0; i < 34; ++i)
+    {
+        const int first = int(std::find(trees, trees + i, trees[i]) - trees);
+        if (first == i && built < Mp3Tables::huffmanLookupCount)
+            BuildLookup(trees[i], tables.huffmanLookupStorage[built++]);
+        tables.huffmanLookups[i] = first < i ? tables.huffmanLookups[first] : tables.huffmanLookupStorage[built - 1];
+    }
     BuildQuadLookup(tables.count1Trees[0], tables.quadLookups[0]);
     BuildQuadLookup(tables.count1Trees[1], tables.quadLookups[1]);
     for (int bits = 0; bits < 256; ++bits)

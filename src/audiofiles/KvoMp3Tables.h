@@ -118,8 +118,14 @@ struct Mp3Tables
     Mp3HuffmanTable huffmanTables[32];
     /** The two count1 trees by count1table_select; leaves hold v, w, x, y in bits 3 to 0. */
     const int16_t* count1Trees[2];
-    /** Look-ups of the first bits of the trees: the 32 of huffmanTables, then the two count1 trees. */
-    Mp3HuffmanLookup huffmanLookups[34][1 << mp3LookupBits];
+    /**
+        Look-ups of the first bits of the trees: the 32 of huffmanTables, then the two count1
+        trees. Tables that share a tree share its look-up.
+    */
+    const Mp3HuffmanLookup* huffmanLookups[34];
+    /** Storage behind huffmanLookups: one look-up for each of the 18 distinct trees. */
+    static constexpr int huffmanLookupCount = 18;
+    Mp3HuffmanLookup huffmanLookupStorage[huffmanLookupCount][1 << mp3LookupBits];
     /**
         Whole count1 quads by the next mp3QuadLookupBits bits, from the two count1 trees: bits 8-11
         the bits the code and its signs take, bits 4-7 which of v w x y are 1 (v highest), bits
