@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bitset>
 #include <cmath>
 #include <iterator>
 #include <cstdint>
@@ -122,6 +123,18 @@ TEST(Mp3HuffmanTables, EveryTreeIsACompletePrefixCodeOfItsList)
                 const Mp3HuffmanLookup& entry = Tables().huffmanLookups[table][prefix | tail];
                 const int leaf = entry.isLeaf ? entry.value : Walk(Tree(table) + entry.value, word.bits.substr(head), used);
                 EXPECT_TRUE(leaf == word.value && entry.length == head) << "table " << table << " word " << word.bits;
+            }
+            // A count1 word's quad look-up: the word, then a sign for each 1 of v w x y, whatever follows.
+            for (int index = 0; table >= mp3Count1TableA && index < 1 << mp3QuadLookupBits; ++index)
+            {
+                const std::string bits = std::bitset<mp3QuadLookupBits>(uint32_t(index)).to_string();
+                const uint32_t entry = Tables().quadLookups[table - mp3Count1TableA][index];
+                std::string coded = word.bits;
+                for (int line = 3; line >= 0; --line)
+                    coded += ((word.value >> line) & 1) != 0 ? std::string(1, char('0' + ((entry >> line) & 1))) : "";
+                EXPECT_TRUE(!bits.starts_with(word.bits) || (bits.starts_with(coded) && entry >> 8 == coded.size() &&
+                                                              entry == ((entry & 0xF0F) | uint32_t(word.value) << 4)))
+                    << "table " << table << " word " << word.bits << " index " << index;
             }
         }
         EXPECT_EQ(kraft, uint64_t(1) << 19) << "table " << table;

@@ -3,23 +3,25 @@
 namespace kvo
 {
 
-/** Distance in floats between consecutive outputs of one sub-band in the hybrid array (18 rows of 32). */
+/** Distance in floats between the rows of the hybrid array and of the overlap (18 rows of 32 sub-bands). */
 constexpr int mp3HybridStride = 32;
 
-/**
-    The 36-point IMDCT of one sub-band's 18 lines with its window and overlap-add.
-    in: 18 lines (may serve as work space). overlapIn: the 18 values the last granule
-    left; overlapOut: the 18 values for the next one (a different array). window: one row of
-    imdctWindow or imdctWindowOdd (36 floats). out: the sub-band's column of the hybrid array,
-    written at out[i * mp3HybridStride] for i from 0 to 17.
-*/
-void imdct36(float* in, float* overlapIn, float* overlapOut, const float* window, float* out);
+/** What the hybrid filterbank needs to know of a granule. */
+struct Mp3HybridBlock
+{
+    int blockType = 0; ///< 0 to 3; 2 is three short blocks
+    bool mixed = false; ///< sub-bands 0 and 1 long, with the window of block type 0
+    int limit = 0;      ///< sub-bands from here on hold no lines (those of a pair with one that does excepted)
+};
 
 /**
-    The three 12-point IMDCTs of a short block, with the same arguments as imdct36. The lines of
-    window w are in[w], in[w + 3], ...; window must be row 2 of imdctWindow or imdctWindowOdd.
-    Outputs 0 to 5 are the old overlap alone, and the last 6 values of the new overlap are 0.
+    The hybrid filterbank of one channel's granule: each sub-band's 18 lines (lines, 576) through
+    the IMDCT (36 points, or three of 12 for short blocks), windowed, frequency-inverted in the
+    odd sub-bands, and overlapped with what the last granule left (overlapIn) into out; the
+    second halves go to overlapOut (a different array) for the next granule. Silent sub-bands
+    only release overlapIn and leave 0. overlapIn, overlapOut and out are 18 rows of 32 sub-bands.
 */
-void imdct12(float* in, float* overlapIn, float* overlapOut, const float* window, float* out);
+void hybridFilterbank(const float* lines, const Mp3HybridBlock& block, const float* overlapIn, float* overlapOut,
+                      float* out);
 
 } // namespace kvo

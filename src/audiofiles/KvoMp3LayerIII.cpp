@@ -13,15 +13,16 @@
         main data before this file is called (Mp3DecoderState::takeReservoir).
      2. Scale factors of a channel's granule: readScaleFactorsMpeg1, readScaleFactorsLowRate.
      3. Huffman decoding, 4. dequantisation and 5. reordering, in one pass over the granule's
-        bits (dequantise, GranuleDecoder): each pair of lines is decoded, scaled by its band's
-        gain and stored where the band map places it. The short band maps place each window's
-        lines 3 apart from the band's start plus the window (Mp3BandRecord::lineStep; the maps are built
-        by AddReorderedShortBands in KvoMp3Tables.cpp), which is the reordering of short blocks.
+        bits (dequantise, GranuleDecoder): each pair of lines is decoded (each count1 quad
+        through one look-up of its code and signs), scaled by its band's gain and stored where
+        the band map places it. The short band maps place each window's lines 3 apart from
+        the band's start plus the window (Mp3BandRecord::lineStep; the maps are built by
+        AddReorderedShortBands in KvoMp3Tables.cpp), which is the reordering of short blocks.
      6. Stereo processing: mid/side, intensity (applyIntensity) and the channel selection
         (processStereo).
      7. Antialias butterflies between long sub-bands (antialias).
-     8. Hybrid filterbank: IMDCT, window and overlap-add (hybrid; the transforms are in
-        KvoMp3Imdct.cpp).
+     8. Hybrid filterbank: IMDCT, window and overlap-add (hybrid; hybridFilterbank in
+        KvoMp3Imdct.cpp transforms four or eight sub-bands at a time).
      9. Frequency inversion: folded into the windows of the odd sub-bands (imdctWindowOdd).
     10. Polyphase synthesis of 18 rows of 32 sub-band samples (synthesiseGranule, with
         synthesise in KvoMp3Synthesis.cpp).
@@ -148,19 +149,24 @@ inline int32_t walkTree(uint64_t window, const int16_t* tree, const Mp3HuffmanLo
     return used <= limit && entry >= 0 ? entry : -1;
 }
 
-/** One value of a big-values pair from the look-ahead bits: the escape bits, the sign, the line's float. */
+/**
+    One value of a big-values pair from the look-ahead bits: the escape bits (a table with
+    escapes), the sign, the line's float. A 0 has no sign bit and gives +0, the positive factor
+    times powerTable[0], with no branch on the value.
+*/
+template <bool escapes>
 inline float decodeValue(uint64_t window, int32_t& used, const float* powerTable, int32_t value, int32_t linbits,
                          float factor)
 {
-    if (value == 0)
-        return 0.0f;
-    if (value == 15 && linbits > 0)
-    {
-        value += int32_t((window << used) >> (64 - linbits));
-        used += linbits;
-    }
-    const uint32_t sign = uint32_t((window << used) >> 63);
-    ++used;
+    if constexpr (escapes)
+        if (value == 15)
+        {
+            value += int32_t((window << used) >> (64 - linbits));
+            used += linbits;
+        }
+    const uint32_t nonZero = value != 0 ? 1 : 0;
+    const uint32_t sign = uint32_t((window << used) >> 63) & nonZero;
+    used += int32_t(nonZero);
     return withSign(factor, sign) * powerTable[value];
 }
 
@@ -227,7 +233,6 @@ public:
     {
         int32_t counts[3];
         splitRegions(info, counts);
-        const float* powerTable = tables.powerTable;
         for (int32_t region = 0; region < 3; ++region)
         {
             const int32_t select = int32_t(info.table_select[region] & 31);
@@ -239,64 +244,67 @@ public:
                 if (!nextPair())
                     return;
                 const int32_t run = std::min(left, cursor.pairsLeft);
-                const int32_t step = isShort ? cursor.step : 1;
-                int32_t position = isShort ? cursor.position : longPosition;
-                int32_t leaves = 0;
-                for (int32_t pair = 0; pair < run; ++pair, position += 2 * step)
-                {
-                    // A pair takes at most 19 + 2 x 14 bits: one look ahead serves all of it.
-                    const uint64_t window = bits.peek64();
-                    int32_t used = 0;
-                    const int32_t leaf = std::max(walkTree(window, table.tree, lookup, used, 32), 0);
-                    const float x = decodeValue(window, used, powerTable, leaf >> 4, table.linbits, cursor.factor);
-                    const float y = decodeValue(window, used, powerTable, leaf & 15, table.linbits, cursor.factor);
-                    bits.skipBits(used);
-                    remain -= used;
-                    // A damaged or unusual map must not carry lines past the granule.
-                    if (position + step < granuleLines)
-                    {
-                        spectrum[position] = x;
-                        spectrum[position + step] = y;
-                    }
-                    leaves |= leaf;
-                }
+                const int32_t leaves = table.linbits > 0 ? decodePairs<true>(run, table, lookup, remain)
+                                                         : decodePairs<false>(run, table, lookup, remain);
                 if (leaves != 0)
                     highest[cursor.record->window] = cursor.record->band;
-                if constexpr (isShort)
-                    cursor.position = position;
-                else
-                    longPosition = position;
                 cursor.pairsLeft -= run;
                 left -= run;
             }
         }
     }
 
+    /**
+        run pairs of big values into the current band record; returns their codes' leaves OR-ed.
+        Tables with escapes and without get loops of their own, so that neither tests linbits.
+    */
+    template <bool escapes>
+    int32_t decodePairs(int32_t run, const Mp3HuffmanTable& table, const Mp3HuffmanLookup* lookup, int32_t& remain)
+    {
+        const float* powerTable = tables.powerTable;
+        const float factor = cursor.factor;
+        const int32_t step = isShort ? cursor.step : 1;
+        int32_t position = isShort ? cursor.position : longPosition;
+        int32_t leaves = 0;
+        for (int32_t pair = 0; pair < run; ++pair, position += 2 * step)
+        {
+            // A pair takes at most 19 + 2 x 14 bits: one look ahead serves all of it.
+            const uint64_t window = bits.peek64();
+            int32_t used = 0;
+            const int32_t leaf = std::max(walkTree(window, table.tree, lookup, used, 32), 0);
+            const float x = decodeValue<escapes>(window, used, powerTable, leaf >> 4, table.linbits, factor);
+            const float y = decodeValue<escapes>(window, used, powerTable, leaf & 15, table.linbits, factor);
+            bits.skipBits(used);
+            remain -= used;
+            // A damaged or unusual map must not carry lines past the granule.
+            if (position + step < granuleLines)
+            {
+                spectrum[position] = x;
+                spectrum[position + step] = y;
+            }
+            leaves |= leaf;
+        }
+        if constexpr (isShort)
+            cursor.position = position;
+        else
+            longPosition = position;
+        return leaves;
+    }
+
     void decodeQuads(int32_t& remain)
     {
         const int32_t maxQuads = (288 - int32_t(info.big_values)) / 2;
+        const uint16_t* lookup = tables.quadLookups[info.count1table_select & 1];
         for (int32_t quad = 0; quad < maxQuads && remain > 0; ++quad)
         {
-            const int32_t leaf = walkQuadTree(remain);
-            for (int32_t half = 0; half < 2; ++half)
-            {
-                if (!nextPair())
-                    return;
-                float values[2] = { 0.0f, 0.0f };
-                for (int32_t i = 0; i < 2; ++i)
-                {
-                    if (((leaf >> (3 - 2 * half - i)) & 1) == 0)
-                        continue;
-                    if (remain <= 0)
-                    {
-                        store(values[0], values[1]);
-                        return; // no bit left for the sign: the quad ends here
-                    }
-                    --remain;
-                    values[i] = withSign(cursor.factor, bits.readBit());
-                }
-                store(values[0], values[1]);
-            }
+            // Taking the band record first changes nothing when none is left: the bits the
+            // quad would have taken are skipped with the rest of the granule's.
+            if (!nextPair())
+                return;
+            if (remain >= mp3QuadLookupBits && cursor.pairsLeft >= 2 && position() + 3 * step() < granuleLines)
+                decodeWholeQuad(lookup, remain);
+            else if (!decodeQuadNearEnd(remain))
+                return;
         }
     }
 
@@ -342,23 +350,79 @@ private:
         return true;
     }
 
+    /** Where the next pair's first line goes, and the distance to its second. */
+    int32_t position() const { return isShort ? cursor.position : longPosition; }
+    int32_t step() const { return isShort ? cursor.step : 1; }
+
     void store(float x, float y)
     {
-        const int32_t position = isShort ? cursor.position : longPosition;
-        const int32_t step = isShort ? cursor.step : 1;
         // A damaged or unusual map must not carry lines past the granule.
-        if (position + step < granuleLines)
+        if (position() + step() < granuleLines)
         {
-            spectrum[position] = x;
-            spectrum[position + step] = y;
+            spectrum[position()] = x;
+            spectrum[position() + step()] = y;
         }
         if (x != 0.0f || y != 0.0f)
             highest[cursor.record->window] = cursor.record->band;
         if constexpr (isShort)
-            cursor.position += 2 * step;
+            cursor.position += 2 * step();
         else
             longPosition += 2;
         --cursor.pairsLeft;
+    }
+
+    /**
+        A quad whose code and signs the granule's bits surely hold, and whose four lines the band
+        record and the granule do. A line is non-zero where the quad holds a 1 (no gain is 0).
+    */
+    void decodeWholeQuad(const uint16_t* lookup, int32_t& remain)
+    {
+        const uint32_t entry = lookup[bits.peek64() >> (64 - mp3QuadLookupBits)];
+        const int32_t length = int32_t(entry >> 8);
+        bits.skipBits(length);
+        remain -= length;
+        // Times 1 or -1 the factor keeps its value or flips its sign, exactly; times 0 it is +0.
+        using namespace mp3vector;
+        const float factor = cursor.factor;
+        const Floats lines = Load(tables.quadSigns[entry & 255]) * Floats { factor, factor, factor, factor };
+        if constexpr (isShort)
+            for (int32_t i = 0; i < 4; ++i)
+                spectrum[cursor.position + i * cursor.step] = lines[i];
+        else
+            Store(spectrum + longPosition, lines);
+        if ((entry & 0xF0) != 0)
+            highest[cursor.record->window] = cursor.record->band;
+        if constexpr (isShort)
+            cursor.position += 4 * step();
+        else
+            longPosition += 4;
+        cursor.pairsLeft -= 2;
+    }
+
+    /** A quad bit by bit, which may end the granule's bits or band records; false when it did. */
+    bool decodeQuadNearEnd(int32_t& remain)
+    {
+        const int32_t leaf = walkQuadTree(remain);
+        for (int32_t half = 0; half < 2; ++half)
+        {
+            if (!nextPair())
+                return false;
+            float values[2] = { 0.0f, 0.0f };
+            for (int32_t i = 0; i < 2; ++i)
+            {
+                if (((leaf >> (3 - 2 * half - i)) & 1) == 0)
+                    continue;
+                if (remain <= 0)
+                {
+                    store(values[0], values[1]);
+                    return false; // no bit left for the sign: the quad ends here
+                }
+                --remain;
+                values[i] = withSign(cursor.factor, bits.readBit());
+            }
+            store(values[0], values[1]);
+        }
+        return true;
     }
 
     /** A count1 code; when the bits run out within the code the quad is 0. */
@@ -537,12 +601,16 @@ void processStereo(const Mp3FrameHeader& header, Mp3GranuleInfo& leftInfo, Mp3Gr
     if (msStereo || intensityStereo || header.channelSelect == 3)
         leftInfo.maxb = rightInfo.maxb = std::max(leftInfo.maxb, rightInfo.maxb);
 
-    const int32_t lines = std::min(leftInfo.maxb, 32) * 18;
+    // The right channel alone goes through channel 0's filterbank: all its lines, for the
+    // filterbank takes sub-bands in pairs and may reach one past its limit.
     if (header.channelSelect == 1)
-        std::copy(right, right + lines, left);
+        std::copy(right, right + granuleLines, left);
     else if (header.channelSelect == 3)
+    {
+        const int32_t lines = std::min(leftInfo.maxb, 32) * 18;
         for (int32_t i = 0; i < lines; ++i)
             left[i] += right[i];
+    }
 }
 
 // 7. Antialias ------------------------------------------------------------------------------------
@@ -578,45 +646,11 @@ void antialias(float* lines, const Mp3GranuleInfo& info)
 /** IMDCT and overlap of one channel's granule into its 18 rows of 32 sub-band samples. */
 void hybrid(Mp3Layer3State& layer3, int32_t channel, const Mp3GranuleInfo& info)
 {
-    const Mp3Tables& tables = GetMp3Tables();
     const int32_t half = layer3.blockIndex[channel];
     layer3.blockIndex[channel] = 1 - half;
-    float* overlapIn = layer3.overlapBlocks[half][channel];
-    float* overlapOut = layer3.overlapBlocks[1 - half][channel];
-    float* lines = layer3.spectrum[channel];
-    float* out = &layer3.hybrid[channel][0][0];
-
-    int32_t sb = 0;
-    if (info.mixed_block_flag != 0)
-    {
-        imdct36(lines, overlapIn, overlapOut, tables.imdctWindow[0], out);
-        imdct36(lines + 18, overlapIn + 18, overlapOut + 18, tables.imdctWindowOdd[0], out + 1);
-        sb = 2;
-    }
-    const int32_t blockType = int32_t(info.block_type & 3);
-    const int32_t limit = std::min(info.maxb, 32);
-    for (; sb < limit; sb += 2)
-    {
-        const int32_t at = 18 * sb;
-        if (blockType == 2)
-        {
-            imdct12(lines + at, overlapIn + at, overlapOut + at, tables.imdctWindow[2], out + sb);
-            imdct12(lines + at + 18, overlapIn + at + 18, overlapOut + at + 18, tables.imdctWindowOdd[2], out + sb + 1);
-        }
-        else
-        {
-            imdct36(lines + at, overlapIn + at, overlapOut + at, tables.imdctWindow[blockType], out + sb);
-            imdct36(lines + at + 18, overlapIn + at + 18, overlapOut + at + 18, tables.imdctWindowOdd[blockType],
-                    out + sb + 1);
-        }
-    }
-    // Sub-bands known to be silent only release what the last granule left in them.
-    for (; sb < 32; ++sb)
-        for (int32_t i = 0; i < 18; ++i)
-        {
-            out[i * mp3HybridStride + sb] = overlapIn[18 * sb + i];
-            overlapOut[18 * sb + i] = 0.0f;
-        }
+    const Mp3HybridBlock block { int(info.block_type & 3), info.mixed_block_flag != 0, std::min(info.maxb, 32) };
+    hybridFilterbank(layer3.spectrum[channel], block, &layer3.overlapBlocks[half][channel][0][0],
+                     &layer3.overlapBlocks[1 - half][channel][0][0], &layer3.hybrid[channel][0][0]);
 }
 
 // 10. Synthesis, and the frame --------------------------------------------------------------------
@@ -677,9 +711,11 @@ void decodeLayer3(const Mp3FrameHeader& header, Mp3SideInfo& sideInfo, Mp3BitRea
                 return;
             processStereo(header, leftInfo, rightInfo, layer3.spectrum[0], layer3.spectrum[1], scaleFactors[1]);
         }
+        // A selected right channel is filtered with its own block type and limit.
+        const int32_t first = stereoStream && header.channelSelect == 1 ? 1 : 0;
         for (int32_t channel = 0; channel < activeChannels; ++channel)
         {
-            const Mp3GranuleInfo& info = sideInfo.granules[channel][granule];
+            const Mp3GranuleInfo& info = sideInfo.granules[first + channel][granule];
             antialias(layer3.spectrum[channel], info);
             hybrid(layer3, channel, info);
         }

@@ -11,7 +11,7 @@ namespace kvo
 /** What Layer III keeps from granule to granule and frame to frame, besides the synthesis history. */
 struct Mp3Layer3State
 {
-    float overlapBlocks[2][2][576] = {}; ///< [half][channel][line]
+    alignas(32) float overlapBlocks[2][2][18][32] = {}; ///< [half][channel][row][sub-band], as the hybrid array
     int32_t blockIndex[2] = {};          ///< per channel, the half holding the last granule's overlap
     alignas(32) float spectrum[2][576] = {};
     alignas(32) float hybrid[2][18][32] = {}; ///< [channel][row][sub-band]

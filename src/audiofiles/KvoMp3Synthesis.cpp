@@ -3,10 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
-
 #include "audiofiles/KvoMp3Tables.h"
 
 namespace kvo
@@ -100,111 +96,116 @@ inline void Recombine(const float* in, float* out) noexcept
     }
 }
 
-/** The four lanes of each of four rows added up, each row as (0 + 2) + (1 + 3), by a transpose. */
-inline Floats AddLanes(const Floats (&lanes)[4]) noexcept
-{
-    const Floats firstPair = Pick<0, 4, 1, 5>(lanes[0], lanes[1]) + Pick<2, 6, 3, 7>(lanes[0], lanes[1]);
-    const Floats secondPair = Pick<0, 4, 1, 5>(lanes[2], lanes[3]) + Pick<2, 6, 3, 7>(lanes[2], lanes[3]);
-    return Pick<0, 1, 4, 5>(firstPair, secondPair) + Pick<2, 3, 6, 7>(firstPair, secondPair);
-}
-
-/**
-    Four rows of window sums at once: each row's 16 window x history products fold into four
-    lanes, (k + (k + 8)) + ((k + 4) + (k + 12)), and the lanes then add as AddLanes does.
-*/
-inline Floats WindowFourRows(const float* window, const float* history, int historyStep) noexcept
-{
-    Floats lanes[4];
-    for (int row = 0; row < 4; ++row)
-    {
-        const float* w = window + 32 * row;
-        const float* h = history + historyStep * row;
-        const Floats p0 = Load(w) * Load(h);
-        const Floats p1 = Load(w + 4) * Load(h + 4);
-        const Floats p2 = Load(w + 8) * Load(h + 8);
-        const Floats p3 = Load(w + 12) * Load(h + 12);
-        lanes[row] = (p0 + p2) + (p1 + p3);
-    }
-    return AddLanes(lanes);
-}
+constexpr int historyRows = 17; // floats a slot of the history
 
 #if defined(__x86_64__)
 #define KVO_MP3_WIDE_FILTERBANK 1
-
-/**
-    The same four rows eight floats a step, for processors with AVX: taps k and k + 8 multiply
-    and add in one step, and the two halves then add as the plain version's pairs (k, k + 4)
-    do, so the sums are the same to the bit.
-*/
-__attribute__((target("avx"))) inline Floats WindowFourRowsWide(const float* window, const float* history,
-                                                                 int historyStep) noexcept
-{
-    Floats lanes[4];
-    for (int row = 0; row < 4; ++row)
-    {
-        const float* w = window + 32 * row;
-        const float* h = history + historyStep * row;
-        const __m256 front = _mm256_mul_ps(_mm256_loadu_ps(w), _mm256_loadu_ps(h));
-        const __m256 folded = _mm256_add_ps(front, _mm256_mul_ps(_mm256_loadu_ps(w + 8), _mm256_loadu_ps(h + 8)));
-        lanes[row] = Floats(_mm_add_ps(_mm256_castps256_ps128(folded), _mm256_extractf128_ps(folded, 1)));
-    }
-    return AddLanes(lanes);
-}
-
 #endif
 
-/**
-    rows sums of 16 window x history products, the window rows 32 floats apart and the history
-    rows historyStep apart; negated when negate is set. Groups of four rows; a last partial group
-    is computed from the row count less four, so that it reads no row beyond the last and writes
-    its first rows again with the same values.
+/*
+    The window sums 16 taps for each of the 32 samples of a row. The history is stored slot by
+    slot, so that one tap of neighbouring sample rows is a run of floats: a vector holds one tap
+    of four (SSE) or eight (AVX) samples, and the 16 taps add up lane by lane with no shuffle,
+    in the order the samples have always been summed in, ((k + (k + 8)) + ((k + 4) + (k + 12)))
+    paired as (0 + 2) + (1 + 3) over k from 0 to 3. The window is held tap by tap for the same
+    reads.
 */
-template <int rows, bool negate, bool wide>
-inline void WindowRows(const float* window, const float* history, int historyStep, float* out) noexcept
-{
-    static_assert(rows >= 4);
-    for (int row = 0; row < rows; row += 4)
-    {
-        const int first = std::min(row, rows - 4);
-        const float* w = window + 32 * first;
-        const float* h = history + historyStep * first;
-        Floats sums;
-#if defined(KVO_MP3_WIDE_FILTERBANK)
-        if constexpr (wide)
-            sums = WindowFourRowsWide(w, h, historyStep);
-        else
-#endif
-            sums = WindowFourRows(w, h, historyStep);
-        Store(out + first, negate ? -sums : sums);
-    }
-}
 
 /**
-    Two working copies of the window. The first half of the outputs sums its 16 taps with
-    alternating signs, plus on even taps; the taps always start at an odd entry of the window
-    (the rotation is odd), so the signs belong to the entries: alternated[x] is the window with
-    its even entries negated. The second half of the outputs reads the window downwards from the
-    entry before its start; reversed holds it back to front so that it reads upwards.
+    The working copies of the window, tap by tap. The first half of the samples sums its taps with
+    alternating signs, plus on even taps; the taps always start at an odd entry of the window (the
+    rotation is odd), so the signs belong to the entries: firstHalf[x][r] is entry x + 32 r with
+    its even entries negated. The second half reads the window downwards from the entry before its
+    start, history row h giving sample 32 - h: secondHalf[x][h] is entry 543 - x - 32 (16 - h).
 */
-struct WorkingWindows
+struct TapWindows
 {
-    float alternated[544];
-    float reversed[544];
+    alignas(32) float firstHalf[32][16];
+    alignas(32) float secondHalf[32][historyRows];
 };
 
-const WorkingWindows& GetWorkingWindows()
+const TapWindows& GetTapWindows()
 {
-    static const WorkingWindows windows = [] {
-        WorkingWindows result;
+    static const TapWindows windows = [] {
+        TapWindows result;
         const float* window = GetMp3Tables().synthWindow;
-        for (int i = 0; i < 544; ++i)
+        for (int x = 0; x < 32; ++x)
         {
-            result.alternated[i] = (i & 1) != 0 ? window[i] : -window[i];
-            result.reversed[i] = window[543 - i];
+            for (int row = 0; row < 16; ++row)
+                result.firstHalf[x][row] = (x & 1) != 0 ? window[x + 32 * row] : -window[x + 32 * row];
+            for (int row = 0; row < historyRows; ++row)
+                result.secondHalf[x][row] = window[543 - x - 32 * (16 - row)];
         }
         return result;
     }();
     return windows;
+}
+
+/**
+    sums = the 16 taps of as many neighbouring rows as a vector holds, from the first at history
+    and window: tap k from history slot k and window row k, windowStride floats apart.
+*/
+template <int windowStride, typename V>
+inline void SumTaps(const float* history, const float* window, V& sums) noexcept
+{
+    using mp3vector::LoadLanes;
+    V products[16];
+    for (int k = 0; k < 16; ++k)
+    {
+        V taps;
+        V weights;
+        LoadLanes(taps, history + historyRows * k);
+        LoadLanes(weights, window + windowStride * k);
+        products[k] = taps * weights;
+    }
+    V lanes[4];
+    for (int j = 0; j < 4; ++j)
+        lanes[j] = (products[j] + products[j + 8]) + (products[j + 4] + products[j + 12]);
+    sums = (lanes[0] + lanes[2]) + (lanes[1] + lanes[3]);
+}
+
+/** The lanes of v back to front. */
+template <typename V>
+inline void Reverse(V& v) noexcept
+{
+    if constexpr (sizeof(V) == 16)
+        v = __builtin_shufflevector(v, v, 3, 2, 1, 0);
+    else
+        v = __builtin_shufflevector(v, v, 7, 6, 5, 4, 3, 2, 1, 0);
+}
+
+/** The 32 samples of a row from the history, rotation its newest slot's place in the window. */
+template <typename V>
+inline void WindowSamples(const float* history, int rotation, float* samples) noexcept
+{
+    // The window is stored twice over, so starting it rotation entries early reads the history
+    // in its rotated order without any wrapping.
+    constexpr int lanes = mp3vector::lanesOf<V>;
+    const TapWindows& windows = GetTapWindows();
+    const int start = 16 - rotation;
+    for (int row = 0; row < 16; row += lanes)
+    {
+        V sums;
+        SumTaps<16>(history + row, windows.firstHalf[start] + row, sums);
+        mp3vector::StoreLanes(samples + row, sums);
+    }
+    // History rows 1 to 16 give samples 31 down to 16, minus their sums; sample 16 is then
+    // written over by the centre row.
+    for (int row = 1; row < historyRows; row += lanes)
+    {
+        V sums;
+        SumTaps<historyRows>(history + row, windows.secondHalf[start] + row, sums);
+        sums = -sums;
+        Reverse(sums);
+        mp3vector::StoreLanes(samples + 33 - row - lanes, sums);
+    }
+
+    // The centre row takes the even taps alone.
+    const float* window = GetMp3Tables().synthWindow + start + 512;
+    float centre = 0.0f;
+    for (int k = 0; k < 16; k += 2)
+        centre += window[k] * history[historyRows * k + 16];
+    samples[16] = centre;
 }
 
 inline void Dct32(float* first, float* second, const float* in) noexcept
@@ -223,9 +224,9 @@ inline void Dct32(float* first, float* second, const float* in) noexcept
     Recombine<16>(a, b);
     Recombine<32>(b, values);
     for (int row = 0; row < 17; ++row)
-        first[16 * row] = values[16 - row];
+        first[row] = values[16 - row];
     for (int row = 0; row < 16; ++row)
-        second[16 * row] = values[16 + row];
+        second[row] = values[16 + row];
 }
 
 #if defined(KVO_MP3_WIDE_FILTERBANK)
@@ -236,40 +237,17 @@ __attribute__((target("avx"), flatten)) void Dct32Wide(float* first, float* seco
 }
 #endif
 
-/** The 32 samples of a row from the history, rotation its newest slot's place in the window. */
-template <bool wide>
-inline void WindowSamples(const float* history, int rotation, float* samples) noexcept
-{
-    // The window is stored twice over, so starting it rotation entries early reads the history
-    // in its rotated order without any wrapping.
-    const WorkingWindows& windows = GetWorkingWindows();
-    const int start = 16 - rotation;
-    WindowRows<16, false, wide>(windows.alternated + start, history, 16, samples);
-
-    // Row 16 takes the even taps alone.
-    const float* window = GetMp3Tables().synthWindow + start + 512;
-    float centre = 0.0f;
-    for (int k = 0; k < 16; k += 2)
-        centre += window[k] * history[256 + k];
-    samples[16] = centre;
-
-    // Rows 17 to 31: minus the sum over k of window[-1 - k] x history[k], the window starting at
-    // entry 496 + rotation and falling by 32 a row while the history climbs down from row 15; in
-    // the reversed copy, that reads upwards from 48 - rotation. The 16th tap is window[-16], the
-    // stored twin of window[0].
-    WindowRows<15, true, wide>(windows.reversed + 48 - rotation, history + 240, -16, samples + 17);
-}
-
 void WindowSamplesPlain(const float* history, int rotation, float* samples) noexcept
 {
-    WindowSamples<false>(history, rotation, samples);
+    WindowSamples<Floats>(history, rotation, samples);
 }
 
 #if defined(KVO_MP3_WIDE_FILTERBANK)
+/** Eight samples a step, for processors with AVX, the same sums in every lane. */
 __attribute__((target("avx"), flatten)) void WindowSamplesWide(const float* history, int rotation,
                                                                 float* samples) noexcept
 {
-    WindowSamples<true>(history, rotation, samples);
+    WindowSamples<mp3vector::Floats8>(history, rotation, samples);
 }
 #endif
 
@@ -314,13 +292,13 @@ void synthesise(Mp3SynthesisState& state, const float* subbands, int channel, fl
     {
         readHalf = 0;
         rotation = offset;
-        fastDct32(halves[1] + ((offset + 1) & 15), halves[0] + offset, subbands);
+        fastDct32(halves[1] + historyRows * ((offset + 1) & 15), halves[0] + historyRows * offset, subbands);
     }
     else
     {
         readHalf = 1;
         rotation = offset + 1;
-        fastDct32(halves[0] + offset, halves[1] + rotation, subbands);
+        fastDct32(halves[0] + historyRows * offset, halves[1] + historyRows * rotation, subbands);
     }
 
     float* samples = out + samplesDone;

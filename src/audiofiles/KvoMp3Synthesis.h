@@ -8,8 +8,8 @@ namespace kvo
 
 /**
     The polyphase synthesis filter's history for two channels, held in the decoder state.
-    Each channel has two halves of 17 rows by 16 slots, which the 32-point transform fills
-    and the window reads in place.
+    Each channel has two halves of 16 slots by 17 rows (mp3HistoryRows floats a slot), which the
+    32-point transform fills a slot at a time and the window reads in place.
 */
 struct Mp3SynthesisState
 {
@@ -26,6 +26,8 @@ namespace mp3vector
 {
 
 using Floats = float __attribute__((vector_size(16)));
+/** Eight floats, for AVX code alone: outside it they are passed by reference only. */
+using Floats8 = float __attribute__((vector_size(32)));
 
 inline Floats Load(const float* from) noexcept
 {
@@ -35,6 +37,23 @@ inline Floats Load(const float* from) noexcept
 }
 
 inline void Store(float* to, Floats values) noexcept
+{
+    std::memcpy(to, &values, sizeof values);
+}
+
+/** Floats in a vector of type V. */
+template <typename V>
+constexpr int lanesOf = int(sizeof(V) / sizeof(float));
+
+/** Either width, by reference, so that no eight-float vector crosses a function boundary by value. */
+template <typename V>
+inline void LoadLanes(V& values, const float* from) noexcept
+{
+    std::memcpy(&values, from, sizeof values);
+}
+
+template <typename V>
+inline void StoreLanes(float* to, const V& values) noexcept
 {
     std::memcpy(to, &values, sizeof values);
 }
@@ -66,7 +85,7 @@ void synthesise(Mp3SynthesisState& state, const float* subbands, int channel, fl
 /**
     V[i] = sum over k of in[k] cos((2k + 1) i pi / 64), i from 0 to 31. Row r of first (r from
     0 to 16) receives V[16 - r], row r of second (r from 0 to 15) receives V[16 + r]; rows are
-    16 floats apart.
+    consecutive floats (a slot of the history).
 */
 void fastDct32(float* first, float* second, const float* in);
 

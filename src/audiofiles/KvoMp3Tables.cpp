@@ -435,12 +435,50 @@ void BuildLookup(const int16_t* tree, Mp3HuffmanLookup (&lookup)[1 << mp3LookupB
     }
 }
 
+/** A count1 tree walked over each value of the look-up's bits, then one sign bit taken for each 1 of the quad. */
+void BuildQuadLookup(const int16_t* tree, uint16_t (&lookup)[1 << mp3QuadLookupBits])
+{
+    for (int prefix = 0; prefix < (1 << mp3QuadLookupBits); ++prefix)
+    {
+        int used = 0;
+        const auto nextBit = [&] { return (prefix >> (mp3QuadLookupBits - 1 - used++)) & 1; };
+        int node = 0;
+        while (tree[node] < 0)
+            node += 1 + (nextBit() != 0 ? -tree[node] : 0);
+        const int quad = tree[node] & 15;
+        int signs = 0;
+        for (int line = 3; line >= 0; --line)
+            if (((quad >> line) & 1) != 0)
+                signs |= nextBit() << line;
+        lookup[prefix] = uint16_t(used << 8 | quad << 4 | signs);
+    }
+}
+
 void BuildLookups(Mp3Tables& tables)
 {
+    // One look-up a tree: 0, 4 and 14 share the empty tree, 16 to 23 one tree and 24 to 31 another.
+    const int16_t* trees[34];
     for (int select = 0; select < 32; ++select)
-        BuildLookup(tables.huffmanTables[select].tree, tables.huffmanLookups[select]);
-    BuildLookup(tables.count1Trees[0], tables.huffmanLookups[32]);
-    BuildLookup(tables.count1Trees[1], tables.huffmanLookups[33]);
+        trees[select] = tables.huffmanTables[select].tree;
+    trees[32] = tables.count1Trees[0];
+    trees[33] = tables.count1Trees[1];
+    int built = 0;
+    for (int i = 0; i < 34; ++i)
+    {
+        const int first = int(std::find(trees, trees + i, trees[i]) - trees);
+        if (first == i && built < Mp3Tables::huffmanLookupCount)
+            BuildLookup(trees[i], tables.huffmanLookupStorage[built++]);
+        tables.huffmanLookups[i] = first < i ? tables.huffmanLookups[first] : tables.huffmanLookupStorage[built - 1];
+    }
+    BuildQuadLookup(tables.count1Trees[0], tables.quadLookups[0]);
+    BuildQuadLookup(tables.count1Trees[1], tables.quadLookups[1]);
+    for (int bits = 0; bits < 256; ++bits)
+        for (int line = 0; line < 4; ++line)
+        {
+            const int shift = 3 - line;
+            const float sign = ((bits >> shift) & 1) != 0 ? -1.0f : 1.0f;
+            tables.quadSigns[bits][line] = ((bits >> (4 + shift)) & 1) == 0 ? 0.0f : sign;
+        }
 }
 
 void BuildTables(Mp3Tables& tables)

@@ -33,6 +33,9 @@ struct Mp3HuffmanLookup
 
 constexpr int mp3LookupBits = 8;
 
+/** Bits that hold any count1 code with its signs: a code of at most 6 and up to 4 signs. */
+constexpr int mp3QuadLookupBits = 10;
+
 /**
     One record of a band map: a run of lines that share a scale factor band and a gain.
     Window 3 is a long band (lines consecutive, step 1); windows 0 to 2 are the short windows,
@@ -115,8 +118,22 @@ struct Mp3Tables
     Mp3HuffmanTable huffmanTables[32];
     /** The two count1 trees by count1table_select; leaves hold v, w, x, y in bits 3 to 0. */
     const int16_t* count1Trees[2];
-    /** Look-ups of the first bits of the trees: the 32 of huffmanTables, then the two count1 trees. */
-    Mp3HuffmanLookup huffmanLookups[34][1 << mp3LookupBits];
+    /**
+        Look-ups of the first bits of the trees: the 32 of huffmanTables, then the two count1
+        trees. Tables that share a tree share its look-up.
+    */
+    const Mp3HuffmanLookup* huffmanLookups[34];
+    /** Storage behind huffmanLookups: one look-up for each of the 18 distinct trees. */
+    static constexpr int huffmanLookupCount = 18;
+    Mp3HuffmanLookup huffmanLookupStorage[huffmanLookupCount][1 << mp3LookupBits];
+    /**
+        Whole count1 quads by the next mp3QuadLookupBits bits, from the two count1 trees: bits 8-11
+        the bits the code and its signs take, bits 4-7 which of v w x y are 1 (v highest), bits
+        0-3 their signs.
+    */
+    uint16_t quadLookups[2][1 << mp3QuadLookupBits];
+    /** By bits 0-7 of a quad look-up: each line's factor of the gain, 0 for a 0, -1 or 1 by its sign. */
+    alignas(16) float quadSigns[256][4];
 
     /** Storage behind huffmanTables and count1Trees. */
     static constexpr int huffmanStorageSize = 2804;
