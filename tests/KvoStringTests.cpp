@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "core/KvoString.h"
@@ -26,62 +27,43 @@ Entries entriesOf(const StringArray& array)
     return entries;
 }
 
-TEST(StringEdits, QuotesCaseTrimAndReplace)
+TEST(StringEdits, QuotesTrimReplaceAndSlices)
 {
-    EXPECT_EQ(Quoted("a b"), "\"a b\"");
-    EXPECT_EQ(Quoted("'x'"), "'x'"); // already quoted text is left alone
-    EXPECT_EQ(Quoted("\"x'"), "\"\"x'\"");
-    EXPECT_EQ(Unquoted("\""), "");
-    EXPECT_EQ(Unquoted("\"a'"), "\"a'");
-    EXPECT_EQ(Unquoted("\"\"a\"\""), "\"a\"");
-    // Case folding and trimming touch ASCII only.
+    String self("ab");
+    ReplaceAll(self, self, "x");
+    const std::pair<String, const char*> cases[] = {
+        { Quoted("a b"), "\"a b\"" },      { Quoted("'x'"), "'x'" }, // already quoted text is left alone
+        { Quoted("\"x'"), "\"\"x'\"" },    { Unquoted("\""), "" },
+        { Unquoted("\"a'"), "\"a'" },      { Unquoted("\"\"a\"\""), "\"a\"" },
+        // Trimming touches ASCII only; replacing never rescans what it inserted.
+        { Trimmed(" \t\n a b \r\v\f"), "a b" }, { Trimmed("\xA0x\xA0"), "\xA0x\xA0" },
+        { Replaced("aa", "a", "aa"), "aaaa" },  { Replaced("aaa", "aa", "b"), "ba" },
+        { Replaced("a\\ b\\ c", "\\ ", " "), "a b c" }, { Replaced("abc", "", "x"), "abc" }, { self, "x" },
+        // Slices are empty when the delimiter is missing; an included one is the text's own bytes.
+        { UpToLastOccurrenceOf("abc", '/', true), "" },   { UpToLastOccurrenceOf("abc", '/', false), "" },
+        { UpToFirstOccurrenceOf("abc", "::", true), "" }, { UpToFirstOccurrenceOf("abc", "", true), "" },
+        { FromFirstOccurrenceOf("abc", "x"), "" },        { FromLastOccurrenceOf("abc", '.', true), "" },
+        { UpToLastOccurrenceOf("dir/sub/file", '/', true), "dir/sub/" },
+        { UpToLastOccurrenceOf("dir/sub/file", '/', false), "dir/sub" },
+        { UpToFirstOccurrenceOf("a::b::c", "::", false), "a" }, { FromLastOccurrenceOf("a.b.c", '.', false), "c" },
+        { UpToFirstOccurrenceOf("NameEXTension", "ext", true, insensitive), "NameEXT" },
+        { SubString("hello", 4, 2), "" },                 { SubString("hello", 1, 100), "ello" },
+    };
+    for (const auto& [result, expected] : cases)
+        EXPECT_EQ(result.GetStdString(), expected);
+    // Case folding touches ASCII only; an empty needle or text is found nowhere.
     EXPECT_TRUE(Equals("WAV File", "wav fILE", insensitive));
     EXPECT_FALSE(Equals("\xC3\x84", "\xC3\xA4", insensitive));
     EXPECT_FALSE(Equals(String("ab\0", 3), String("ab")));
-    EXPECT_EQ(Trimmed(" \t\n a b \r\v\f"), "a b");
-    EXPECT_EQ(Trimmed("\xA0x\xA0"), "\xA0x\xA0");
-    // Replacing never rescans what it inserted.
-    EXPECT_EQ(Replaced("aa", "a", "aa"), "aaaa");
-    EXPECT_EQ(Replaced("aaa", "aa", "b"), "ba");
-    EXPECT_EQ(Replaced("a\\ b\\ c", "\\ ", " "), "a b c");
-    EXPECT_EQ(Replaced("abc", "", "x"), "abc");
-    String self("ab");
-    ReplaceAll(self, self, "x");
-    EXPECT_EQ(self, "x");
-}
-
-TEST(StringSlices, UpToAndFromYieldEmptyWhenTheDelimiterIsMissing)
-{
-    EXPECT_EQ(UpToLastOccurrenceOf("abc", '/', true), "");
-    EXPECT_EQ(UpToLastOccurrenceOf("abc", '/', false), "");
-    EXPECT_EQ(UpToFirstOccurrenceOf("abc", "::", true), "");
-    EXPECT_EQ(UpToFirstOccurrenceOf("abc", "", true), "");
-    EXPECT_EQ(FromFirstOccurrenceOf("abc", "x"), "");
-    EXPECT_EQ(FromLastOccurrenceOf("abc", '.', true), "");
-
-    EXPECT_EQ(UpToLastOccurrenceOf("dir/sub/file", '/', true), "dir/sub/");
-    EXPECT_EQ(UpToLastOccurrenceOf("dir/sub/file", '/', false), "dir/sub");
-    EXPECT_EQ(UpToFirstOccurrenceOf("a::b::c", "::", false), "a");
-    // The included delimiter is the text's own bytes, not the argument's.
-    EXPECT_EQ(UpToFirstOccurrenceOf("NameEXTension", "ext", true, insensitive), "NameEXT");
-    EXPECT_EQ(FromLastOccurrenceOf("a.b.c", '.', false), "c");
-    EXPECT_EQ(SubString("hello", 4, 2), "");
-    EXPECT_EQ(SubString("hello", 1, 100), "ello");
-    // An empty needle or text is found nowhere.
-    EXPECT_EQ(std::vector<int64_t>({ IndexOf("abc", ""), IndexOf("", "a"), IndexOf("xaBcBC", "bc", insensitive), IndexOf("aBc", "bc"),
-                                     IndexOf("abc", 'C', insensitive), LastIndexOf("a.b.c", '.') }),
+    EXPECT_EQ(std::vector<int64_t>({ IndexOf("abc", ""), IndexOf("", "a"), IndexOf("xaBcBC", "bc", insensitive),
+                                     IndexOf("aBc", "bc"), IndexOf("abc", 'C', insensitive), LastIndexOf("a.b.c", '.') }),
               (std::vector<int64_t> { -1, -1, 2, -1, 2, 3 }));
 }
 
 TEST(StringSplit, TrailingPiecesInBothModes)
 {
-    struct Case
-    {
-        const char* text;
-        Entries keepingEmpty;
-        Entries droppingEmpty;
-    };
-    const std::vector<Case> cases = {
+    // The text, its pieces keeping empty ones, and dropping them.
+    const std::tuple<const char*, Entries, Entries> cases[] = {
         {"a,b,c", {"a", "b", "c"}, {"a", "b", "c"}},
         {"a,b,", {"a", "b"}, {"a", "b"}}, // one trailing empty piece is dropped
         {"a,,", {"a", ""}, {"a"}},        // but only one
@@ -92,10 +74,10 @@ TEST(StringSplit, TrailingPiecesInBothModes)
         {"", {}, {}},
         {" , ", {" ", " "}, {" ", " "}},
     };
-    for (const Case& c : cases)
+    for (const auto& [text, keepingEmpty, droppingEmpty] : cases)
     {
-        EXPECT_EQ(entriesOf(Split(c.text, ',', true)), c.keepingEmpty) << '"' << c.text << '"';
-        EXPECT_EQ(entriesOf(Split(c.text, ',', false)), c.droppingEmpty) << '"' << c.text << '"';
+        EXPECT_EQ(entriesOf(Split(text, ',', true)), keepingEmpty) << '"' << text << '"';
+        EXPECT_EQ(entriesOf(Split(text, ',', false)), droppingEmpty) << '"' << text << '"';
     }
     EXPECT_EQ(Join(Split(",a,,b", ',', true), ","), ",a,,b");
 
