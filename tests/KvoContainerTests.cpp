@@ -1,16 +1,13 @@
-// The containers: Vector's growth and its 6.0 GB guard, ScopedPointer's ownership, AudioBuffer's
-// planar storage, MemoryBlock and InputStream::ReadIntoMemoryBlock with its reads in pieces.
+// The containers: Vector's growth and its 6.0 GB guard, AudioBuffer's planar storage, MemoryBlock and InputStream::ReadIntoMemoryBlock with its reads in pieces.
 
 #include <algorithm>
 #include <new>
 #include <stdexcept>
-#include <type_traits>
 
 #include "KvoTestUtilities.h"
 #include "containers/KvoAudioBuffer.h"
 #include "core/KvoInputStream.h"
 #include "core/KvoMemoryBlock.h"
-#include "core/KvoScopedPointer.h"
 #include "math/KvoVector.h"
 
 namespace kvo::testing
@@ -88,44 +85,6 @@ TEST(Vector, CeilingIsSixDecimalGigabytesAndFailuresLeaveTheVectorAlone)
     EXPECT_EQ(MessageOf([&] { details::translateAllocationFailures(here, [&] { throw Exception("inner", here); }); }),
               "inner");
 }
-
-/** Counts its deletions, and those of the derived part when it is one. */
-struct Counted
-{
-    Counted(int& deletionCount, int* derivedCount = nullptr) : deletions(deletionCount), derived(derivedCount) {}
-    virtual ~Counted() { ++deletions; }
-    int& deletions;
-    int* derived;
-};
-
-struct DerivedCounted : Counted
-{
-    using Counted::Counted;
-    ~DerivedCounted() override { ++*derived; }
-};
-
-TEST(ScopedPointer, OwnershipMovesReleasesAndDeletesThroughTheBase)
-{
-    int deletions = 0, derivedDeletions = 0;
-    {
-        ScopedPointer<Counted> a = ScopedPointer<DerivedCounted>(new DerivedCounted(deletions, &derivedDeletions));
-        Counted* raw = a.get();
-        ScopedPointer<Counted> b(std::move(a));
-        EXPECT_EQ(a.get(), nullptr);
-        b = std::move(b);
-        EXPECT_TRUE(b.get() == raw && deletions == 0);
-        b = ScopedPointer<Counted>(new Counted(deletions));
-        EXPECT_EQ(derivedDeletions, 1);
-        Counted* released = b.release();
-        EXPECT_EQ(deletions, 1);
-        b.reset(released);
-    }
-    EXPECT_EQ(deletions, 2);
-}
-
-static_assert(!std::is_copy_constructible_v<ScopedPointer<Counted>>);
-static_assert(!std::is_convertible_v<ScopedPointer<Counted>, bool>);
-static_assert(!std::is_constructible_v<ScopedPointer<DerivedCounted>, ScopedPointer<Counted>&&>);
 
 std::vector<float> ChannelOf(const AudioBufferBase<float>& buffer, uint32_t channel)
 {

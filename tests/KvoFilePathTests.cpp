@@ -50,20 +50,6 @@ TEST(FilePath, AbsolutePathsAndHomeFold)
     EXPECT_TRUE(!File("").Exists() && !File("").IsDirectory() && !File("").IsFile() && File("").GetSize() == 0u);
 }
 
-TEST(FilePath, RelativePathsHangBelowTheWorkingFolder)
-{
-    TemporaryFolder folder;
-    ::mkdir((folder / "u").c_str(), 0777);
-    ::mkdir((folder / "u/v").c_str(), 0777);
-    const std::string base = RealPath(folder.GetPath());
-
-    ScopedWorkingDirectory inside(base + "/u/v");
-    for (const auto& [text, path] : { std::pair { "../x", "/u/x" }, { "./a.wav", "/u/v/a.wav" }, { "a.wav", "/u/v/a.wav" },
-                                      { "../../u/./v", "/u/v" }, { ".hidden", "/u/v/.hidden" }, { "..x", "/u/v/..x" } })
-        EXPECT_EQ(pathOf(text), base + path) << text;
-    EXPECT_EQ(File::GetCurrentWorkingDirectory().GetFullPath().GetStdString(), base + "/u/v");
-}
-
 TEST(FilePath, HomeValuesThatAskForTildeThemselvesArePassedOverDownToTheWorkingFolder)
 {
     // Each of these, taken as the home folder, would expand "~" again without end.
@@ -119,27 +105,6 @@ TEST(FilePath, ChildFilesConsumeLeadingDotPiecesAndNamesSplit)
         EXPECT_EQ(File(c.path).HasFileExtension(c.extensions), c.has) << c.path << " " << c.extensions;
 }
 
-TEST(FilePath, LongNamesAndBytesAboveAsciiPassThroughUntouched)
-{
-    const File file(("/" + std::string(100000, 'n') + "/x.wav").c_str());
-    EXPECT_EQ(file.GetFullPath().GetLength(), 100007);
-    EXPECT_TRUE(!file.Exists() && !file.IsDirectory() && file.GetSize() == 0u);
-    EXPECT_TRUE(file.Delete()); // nothing there to delete
-    EXPECT_FALSE(file.CreateParentDirectory());
-
-    TemporaryFolder folder;
-    EXPECT_FALSE(File((folder / std::string(300, 'n')).c_str()).Exists()); // too long for the system: a plain "no"
-    for (const std::string& name : { std::string("\xC3\xA9t\xC3\xA9.WAV"), std::string("\xFF\xFE.wav") })
-    {
-        touch(folder / name);
-        const File named((folder / name).c_str());
-        EXPECT_TRUE(named.IsFile() && named.GetSize() == 1u) << name;
-        EXPECT_EQ(named.GetFileName().GetStdString(), name);
-        EXPECT_TRUE(named.HasFileExtension("wav"));
-    }
-    EXPECT_FALSE(File((folder / "\xC3\x89t\xC3\xA9.WAV").c_str()).Exists()); // no folding beyond ASCII
-}
-
 TEST(FileOperations, CreateDirectoryMakesTheWholeChain)
 {
     TemporaryFolder folder;
@@ -154,8 +119,12 @@ TEST(FileOperations, CreateDirectoryMakesTheWholeChain)
 
     touch(folder / "plain");
     EXPECT_FALSE(File((folder / "plain/sub").c_str()).CreateDirectoryA()); // a file stands in the way
-    // Tens of thousands of missing levels are walked without recursion.
+    // Tens of thousands of missing levels are walked without recursion; a name far beyond the
+    // system's limits is a plain "no".
     EXPECT_FALSE(File((folder / "plain" + repeated("/d", 30000)).c_str()).CreateDirectoryA());
+    const File longName((folder / std::string(100000, 'n') + "/x.wav").c_str());
+    EXPECT_TRUE(!longName.Exists() && !longName.IsDirectory() && longName.GetSize() == 0u && longName.Delete());
+    EXPECT_FALSE(longName.CreateParentDirectory());
 
     // "~nobody" stays relative text, and its parent is itself: the chain has nowhere to start.
     StreamCapture err(std::cerr);
@@ -169,21 +138,12 @@ TEST(FileOperations, QueriesAnswerForLinkTargetsAndDeleteTakesFilesAndEmptyFolde
     ::mkdir((folder / "d").c_str(), 0777);
     touch(folder / "d/f");
     ASSERT_EQ(::symlink((folder / "d").c_str(), (folder / "toFolder").c_str()), 0);
-    ASSERT_EQ(::symlink((folder / "d/f").c_str(), (folder / "toFile").c_str()), 0);
     ASSERT_EQ(::symlink((folder / "nowhere").c_str(), (folder / "dangling").c_str()), 0);
     EXPECT_TRUE(File((folder / "toFolder").c_str()).IsDirectory());
-    EXPECT_TRUE(File((folder / "toFile").c_str()).IsFile());
-    EXPECT_EQ(File((folder / "toFile").c_str()).GetSize(), 1u);
-
     const File dangling((folder / "dangling").c_str());
     EXPECT_TRUE(!dangling.Exists() && !dangling.IsFile() && !dangling.IsDirectory() && dangling.GetSize() == 0u);
-    StreamCapture err(std::cerr);
-    EXPECT_NO_THROW(dangling.OverwriteIfNeeded(Overwrite(0))); // nothing there to refuse
-    EXPECT_FALSE(File((folder / "dangling/sub").c_str()).CreateParentDirectory());
-    EXPECT_EQ(err.GetText(), "");
 
     EXPECT_FALSE(File((folder / "d").c_str()).Delete()); // not empty
-    EXPECT_TRUE(File((folder / "d/f").c_str()).IsFile());
     for (const char* name : { "d/f", "d", "never" })
     {
         EXPECT_TRUE(File((folder / name).c_str()).Delete()) << name;

@@ -66,13 +66,10 @@ TEST(NamedValueTable, LookupsFoldCaseOnRequestAndRetryWithoutQuotes)
     table.Add("Furse Malham", 4);
     table.Add("\"quoted\"", 7);
     table.Add("LEGACY", 9); // a repeated name keeps its first entry
-    EXPECT_EQ(Find(table, "furse-MALHAM"), 4);
-    EXPECT_EQ(Find(table, "'LEGACY'"), 0);
-    EXPECT_EQ(Find(table, "\"fursemalham\""), 4);
-    EXPECT_EQ(Find(table, "\"legacy'"), -1);
-    EXPECT_EQ(Find(table, "legacy "), -1);
-    EXPECT_EQ(Find(table, "\"quoted\""), 7);
-    EXPECT_EQ(Find(table, "quoted"), -1); // quotes are only ever taken away from the input
+    // Quotes are only ever taken away from the input, and only when they enclose it all.
+    for (const auto& [name, value] : { std::pair { "furse-MALHAM", 4 }, { "'LEGACY'", 0 }, { "\"fursemalham\"", 4 },
+                                       { "\"legacy'", -1 }, { "legacy ", -1 }, { "\"quoted\"", 7 }, { "quoted", -1 } })
+        EXPECT_EQ(Find(table, name), value) << name;
 
     Table exact(sensitive, true, false);
     exact.Add("legacy", 0);
@@ -132,12 +129,6 @@ TEST(NameTables, ARepeatedSpellingIsStoredOnceWithItsFirstEnumerator)
               (std::vector<std::string> { " wide  open =0", "wideopen=0", "wide-open=0", "one=0", "wide open=1", "two=1" }));
     EXPECT_EQ(FindValue(table, "Wide-Open"), first);
 
-    // "lagrange3" is written out before "lagrange 3" brings it again.
-    int copies = 0;
-    const auto& delays = DelayInterpolationSettings::GetModeNames();
-    for (uint64_t i = 0; i < delays.GetNumNames(); ++i)
-        copies += Equals(delays.GetName(i), "lagrange3", insensitive) ? 1 : 0;
-    EXPECT_EQ(copies, 1);
 }
 
 } // namespace

@@ -93,6 +93,7 @@ TEST(OscValidation, EveryRefusalInItsOrder)
         { false, "/a b/", BlankMessage("/a b/") },
         { true, "/a b/c", CharacterMessage(" ", "/a b/c") },
         { false, "/ab*?", CharacterMessage("*", "/ab*?") }, // the first forbidden character is reported
+        { true, "/ab*?", "" },                               // what a pattern takes, an address refuses
         // Outside printable ASCII the low byte of the code point is reported, or a stray byte itself.
         { true, "/caf\xc3\xa9", CharacterMessage("\xe9", "/caf\xc3\xa9") },
         { false, "/\xe2\x82\xac", CharacterMessage("\xac", "/\xe2\x82\xac") },
@@ -121,17 +122,6 @@ TEST(OscValidation, EveryRefusalInItsOrder)
     for (const auto& [pattern, text, message] : cases)
         EXPECT_EQ(pattern ? FailureOf<OscAddressPattern>(text) : FailureOf<OscAddress>(text), message) << text;
 
-    // Printable ASCII: an address refuses nine characters, a pattern only "#" (brackets and commas aside).
-    for (char c = 33; c <= 126; ++c)
-    {
-        const std::string text = std::string("/a") + c + "b";
-        const bool refused = std::string(" #*,?[]{}").find(c) != std::string::npos;
-        EXPECT_EQ(FailureOf<OscAddress>(text), refused && c != '/' ? CharacterMessage(std::string(1, c), text) : "") << text;
-        if (std::string("[]{},").find(c) == std::string::npos)
-        {
-            EXPECT_EQ(FailureOf<OscAddressPattern>(text), c == '#' ? CharacterMessage("#", text) : "") << text;
-        }
-    }
 }
 
 } // namespace
