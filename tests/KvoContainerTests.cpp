@@ -1,4 +1,5 @@
-// The containers: Vector's growth and its 6.0 GB guard, AudioBuffer's planar storage, MemoryBlock and InputStream::ReadIntoMemoryBlock with its reads in pieces.
+// The containers: Vector's growth and its 6.0 GB guard, AudioBuffer's planar storage, MemoryBlock
+// and InputStream::ReadIntoMemoryBlock with its reads in pieces.
 
 #include <algorithm>
 #include <new>

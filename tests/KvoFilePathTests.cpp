@@ -180,7 +180,8 @@ TEST(FileOperations, OverwritePolicies)
     touch(folder / "ro/out.wav");
     ::chmod((folder / "ro").c_str(), 0555);
     const File locked((folder / "ro/out.wav").c_str());
-    const std::string expected = "Error overwriting file " + InQuotes(folder / "ro/out.wav") + " (probably a permission issue?)";
+    const std::string expected =
+        "Error overwriting file " + InQuotes(folder / "ro/out.wav") + " (probably a permission issue?)";
     EXPECT_TRUE(HoldsWithoutPrivileges([&] { return overwriteMessage(locked, 2) == expected; }));
     EXPECT_TRUE(HoldsWithoutPrivileges([&] { return overwriteMessage(locked, 1) == expected; }));
     EXPECT_TRUE(locked.IsFile());

@@ -35,12 +35,18 @@ struct SystemCallSpy
     SystemCallSpy() { active = this, details::fileSystemCalls = { onRead, onWrite, onSeek }; }
     ~SystemCallSpy() { details::fileSystemCalls = details::GetSystemFileCalls(); }
 
-    static int64_t onRead(int h, void* dest, uint64_t n) { return active->note("read ", int64_t(n)), active->read(h, dest, n); }
+    static int64_t onRead(int h, void* dest, uint64_t n)
+    {
+        return active->note("read ", int64_t(n)), active->read(h, dest, n);
+    }
     static int64_t onWrite(int h, const void* source, uint64_t n)
     {
         return active->note("write ", int64_t(n)), active->write(h, source, n);
     }
-    static int64_t onSeek(int h, int64_t to, int whence) { return active->note("seek ", to), active->seek(h, to, whence); }
+    static int64_t onSeek(int h, int64_t to, int whence)
+    {
+        return active->note("seek ", to), active->seek(h, to, whence);
+    }
     void note(const std::string& call, int64_t n) { log.push_back(call + std::to_string(n)); }
 
     Log log;

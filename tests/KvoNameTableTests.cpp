@@ -68,7 +68,8 @@ TEST(NamedValueTable, LookupsFoldCaseOnRequestAndRetryWithoutQuotes)
     table.Add("LEGACY", 9); // a repeated name keeps its first entry
     // Quotes are only ever taken away from the input, and only when they enclose it all.
     for (const auto& [name, value] : { std::pair { "furse-MALHAM", 4 }, { "'LEGACY'", 0 }, { "\"fursemalham\"", 4 },
-                                       { "\"legacy'", -1 }, { "legacy ", -1 }, { "\"quoted\"", 7 }, { "quoted", -1 } })
+                                       { "\"legacy'", -1 }, { "legacy ", -1 }, { "\"quoted\"", 7 },
+                                       { "quoted", -1 } })
         EXPECT_EQ(Find(table, name), value) << name;
 
     Table exact(sensitive, true, false);
@@ -125,8 +126,8 @@ TEST(NameTables, ARepeatedSpellingIsStoredOnceWithItsFirstEnumerator)
     });
     // " wide  open " brings "wideopen" and "wide-open" from its trimmed, folded copy;
     // "ONE" and "wide-open" are then known and skipped, while "wide open" is new.
-    EXPECT_EQ(NamesOf(table),
-              (std::vector<std::string> { " wide  open =0", "wideopen=0", "wide-open=0", "one=0", "wide open=1", "two=1" }));
+    EXPECT_EQ(NamesOf(table), (std::vector<std::string> { " wide  open =0", "wideopen=0", "wide-open=0", "one=0",
+                                                          "wide open=1", "two=1" }));
     EXPECT_EQ(FindValue(table, "Wide-Open"), first);
 
 }
