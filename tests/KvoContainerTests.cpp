@@ -108,6 +108,8 @@ TEST(AudioBuffer, ChannelsAreAdjacentZeroedAndBounded)
     EXPECT_FALSE(AudioBuffer<double>::IsReasonableAllocation(3, 250000001));
     EXPECT_EQ(MessageOf([] { AudioBuffer<float>(2, 750000001); }),
               "Overly large buffer allocation (2 x 750000001). This would require more than 6.0 GB.");
+    EXPECT_EQ(MessageOf([] { AudioBuffer<double>(8, 1000000000); }),
+              "Overly large buffer allocation (8 x 1000000000). This would require more than 64.0 GB.");
     EXPECT_EQ(MessageOf([] { AudioBuffer<float>(4, uint64_t(1) << 62); }), // a byte count that wraps is refused
               "Overly large buffer allocation (4 x 4611686018427387904). This would require more than 7.3787e+10 GB.");
     EXPECT_EQ(MessageOf([&] { buffer.Resize(2, 750000001); }),
