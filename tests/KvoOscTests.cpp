@@ -89,15 +89,14 @@ TEST(OscTokenising, TokensAndStoredTextOfBothTypes)
 TEST(OscValidation, EveryRefusalInItsOrder)
 {
     const std::tuple<bool, std::string, std::string> cases[] = {
-        { false, "/a*", CharacterMessage("*", "/a*") },
-        { false, "/a b", BlankMessage("/a b") },
         { true, "/a b/", BlankMessage("/a b") }, // quoted as tokenised: a pattern has lost its trailing slash
         { false, "/a b/", BlankMessage("/a b/") },
         { true, "/a b/c", CharacterMessage(" ", "/a b/c") },
         { false, "/ab*?", CharacterMessage("*", "/ab*?") }, // the first forbidden character is reported
+        { true, "/ab*?", "" },                               // what a pattern takes, an address refuses
         // Outside printable ASCII the low byte of the code point is reported, or a stray byte itself.
         { true, "/caf\xc3\xa9", CharacterMessage("\xe9", "/caf\xc3\xa9") },
-        { false, "/\xe2\x82\xac", CharacterMessage("\xac", "/\xe2\x82\xac") },
+        { false, "/\xe0\xa4\x85", CharacterMessage("\x05", "/\xe0\xa4\x85") },
         { true, "/a\xc0\xa0", CharacterMessage("\xc0", "/a\xc0\xa0") }, // an overlong blank is no blank
         { false, "/a\xf0\x9f\x98\x80", CharacterMessage(std::string(1, '\0'), "/a\xf0\x9f\x98\x80") },
         { false, "/a\xc3", CharacterMessage("\xc3", "/a\xc3") },
@@ -123,17 +122,6 @@ TEST(OscValidation, EveryRefusalInItsOrder)
     for (const auto& [pattern, text, message] : cases)
         EXPECT_EQ(pattern ? FailureOf<OscAddressPattern>(text) : FailureOf<OscAddress>(text), message) << text;
 
-    // Printable ASCII: an address refuses nine characters, a pattern only "#" (brackets and commas aside).
-    for (char c = 33; c <= 126; ++c)
-    {
-        const std::string text = std::string("/a") + c + "b";
-        const bool refused = std::string(" #*,?[]{}").find(c) != std::string::npos;
-        EXPECT_EQ(FailureOf<OscAddress>(text), refused && c != '/' ? CharacterMessage(std::string(1, c), text) : "") << text;
-        if (std::string("[]{},").find(c) == std::string::npos)
-        {
-            EXPECT_EQ(FailureOf<OscAddressPattern>(text), c == '#' ? CharacterMessage("#", text) : "") << text;
-        }
-    }
 }
 
 } // namespace
