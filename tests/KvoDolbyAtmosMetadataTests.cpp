@@ -93,74 +93,77 @@ protected:
     TemporaryFolder folder;
 };
 
-std::vector<int> Modes(const int* modes, int count)
+/** What a parse found: the segments read, the tool with its version and warp mode, the objects' render modes, the trims. */
+std::string Describe(const DolbyAtmosMetadata& m)
 {
-    return std::vector<int>(modes, modes + count);
+    std::ostringstream text;
+    if (m.hasAtmosSegment)
+        text << "atmos " << m.contentCreationTool << " " << m.toolVersionMajor << "." << m.toolVersionMinor << "."
+             << m.toolVersionMicro << " warp " << m.warpMode << " ";
+    if (m.hasSupplementalSegment)
+    {
+        text << "render";
+        for (int i = 0; i < m.numObjects; ++i)
+            text << " " << m.objectBinauralRenderMode[i];
+        text << " trims";
+        for (const int32_t mode : m.trimMode)
+            text << " " << mode;
+    }
+    return text.str();
 }
 
-TEST_F(DolbyAtmosMetadataTest, BothSegmentsAreReadAndOthersSkipped)
+TEST_F(DolbyAtmosMetadataTest, SegmentsReadAndSkipped)
 {
-    // Skipped segments' checksums are not looked at; a repeated segment overrides the first.
-    const std::string body = Body(Segment(1, "skip me", 1) + Segment(200, "", 7) + Segment(9, AtmosPayload(std::string(64, 'T'), 4, 2, 17, 0xFB))
-                                  + Segment(10, SupplementalPayload(sync, { 5, 5 }))
-                                  + Segment(10, SupplementalPayload(sync, { 0x00, 0xF9, 0x07, 0xFC }, 3)));
-    const Parse parse = Run(body);
-    ASSERT_EQ(parse.message, "") << parse.report;
-    EXPECT_EQ(parse.position, int64_t(body.size()));
-    const DolbyAtmosMetadata& m = parse.metadata;
-    EXPECT_TRUE(m.hasAtmosSegment && m.hasSupplementalSegment);
-    EXPECT_EQ(std::string(m.contentCreationTool), std::string(64, 'T')); // terminated after its 64 bytes
-    // The upper five bits of the warp mode and of the render modes are dropped.
-    EXPECT_EQ(std::vector<int>({ m.toolVersionMajor, m.toolVersionMinor, m.toolVersionMicro, m.warpMode }), (std::vector<int> { 4, 2, 17, 3 }));
-    EXPECT_EQ(Modes(m.objectBinauralRenderMode, m.numObjects), (std::vector<int> { 0, 1, 7, 4 }));
-    EXPECT_EQ(Modes(m.trimMode, 9), (std::vector<int> { 1, 0, 1, 0, 1, 0, 1, 0, 1 }));
-
-    // The sample chunk of the test data, which also seeds the fuzzer.
-    const Parse sample = Run(ReadWholeFile(KVO_TEST_DATA_DIR "/atmos-dbmd.bin"));
-    ASSERT_EQ(sample.message, "") << sample.report;
-    EXPECT_EQ(std::string(sample.metadata.contentCreationTool), "Sample Tool");
-    EXPECT_EQ(sample.metadata.numObjects, 3);
-    EXPECT_EQ(sample.metadata.objectBinauralRenderMode[2], 2);
-
-    // A first identifier of 0 reads nothing; whatever follows the terminator is not looked at.
-    const Parse none = Run(Body("") + Segment(9, "too short"));
-    ASSERT_EQ(none.message, "");
-    EXPECT_FALSE(none.metadata.hasAtmosSegment || none.metadata.hasSupplementalSegment);
-
-    // 128 objects at most.
-    std::vector<uint8_t> render(128);
+    const std::string trimModes = " trims 1 0 1 0 1 0 1 0 1";
+    std::vector<uint8_t> render(128); // 128 objects at most
+    std::string renderModes = "render";
     for (size_t i = 0; i < render.size(); ++i)
+    {
         render[i] = uint8_t(i * 37);
-    const Parse most = Run(Body(Segment(10, SupplementalPayload(sync, render))));
-    ASSERT_EQ(most.message, "");
-    ASSERT_EQ(most.metadata.numObjects, 128);
-    for (size_t i = 0; i < render.size(); ++i)
-        EXPECT_EQ(most.metadata.objectBinauralRenderMode[i], int(render[i] & 7)) << i;
-
+        renderModes += ' ' + std::to_string(render[i] & 7);
+    }
     // A segment of only the sync word and the count: the skipped byte is its checksum, the
     // trim records come from the bytes after it, and the walk goes on behind them.
     std::string records;
     for (const uint8_t t : trims)
         records += Bytes().U8(t).Text(std::string(14, '\0')).s;
-    const Parse shortSegment = Run(Body(Segment(10, Bytes().U32(sync).U16(0)) + records));
-    ASSERT_EQ(shortSegment.message, "") << shortSegment.report;
-    EXPECT_EQ(Modes(shortSegment.metadata.trimMode, 9), (std::vector<int> { 1, 0, 1, 0, 1, 0, 1, 0, 1 }));
-
-    // 6144 bytes at most: what follows is not read.
     std::string largest = Body(Segment(9, AtmosPayload("x", 1, 2, 3, 0)));
     largest.resize(6144, '\xAB');
-    const Parse large = Run(largest + "tail", 6144);
-    ASSERT_EQ(large.message, "");
-    EXPECT_TRUE(large.metadata.hasAtmosSegment);
-    EXPECT_EQ(large.position, 6144);
-
-    for (const uint32_t accepted : { 0x01000007u, 0x00FFFFFFu, 0x01000006u, 0x00000000u })
-        EXPECT_EQ(Run(Body("", accepted)).message, "") << std::hex << accepted;
-    // Of a size of 260 only the low byte, 4, counts in the checksum.
-    EXPECT_EQ(Run(Body(Segment(10, SupplementalPayload(sync, {}, 260 - 142)))).message, "");
-    // A file that ends before the stated size: the walk keeps to the bytes read.
     const std::string atmos = Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0)));
-    EXPECT_EQ(Run(atmos, int(atmos.size()) + 100).message, "");
+    struct Case
+    {
+        std::string body;
+        int chunkSize; // -1: the body's size, which is also where the reader ends
+        std::string expected;
+    };
+    std::vector<Case> cases = {
+        // Skipped segments' checksums are not looked at; a repeated segment overrides the first;
+        // the tool's name ends after its 64 bytes; the upper five bits of the modes are dropped.
+        { Body(Segment(1, "skip me", 1) + Segment(200, "", 7) + Segment(9, AtmosPayload(std::string(64, 'T'), 4, 2, 17, 0xFB))
+               + Segment(10, SupplementalPayload(sync, { 5, 5 })) + Segment(10, SupplementalPayload(sync, { 0x00, 0xF9, 0x07, 0xFC }, 3))),
+          -1, "atmos " + std::string(64, 'T') + " 4.2.17 warp 3 render 0 1 7 4" + trimModes },
+        // The sample chunk of the test data, which also seeds the fuzzer.
+        { ReadWholeFile(KVO_TEST_DATA_DIR "/atmos-dbmd.bin"), -1, "atmos Sample Tool 1.2.3 warp 1 render 0 1 2 trims 0 1 0 1 0 1 0 1 0" },
+        // A first identifier of 0 reads nothing; whatever follows the terminator is not looked at.
+        { Body("") + Segment(9, "too short"), -1, "" },
+        { Body(Segment(10, SupplementalPayload(sync, render))), -1, renderModes + trimModes },
+        { Body(Segment(10, Bytes().U32(sync).U16(0)) + records), -1, "render" + trimModes },
+        // 6144 bytes at most: what follows is not read.
+        { largest + "tail", 6144, "atmos x 1.2.3 warp 0 " },
+        // Of a size of 260 only the low byte, 4, counts in the checksum.
+        { Body(Segment(10, SupplementalPayload(sync, {}, 260 - 142))), -1, "render" + trimModes },
+        // A file that ends before the stated size: the walk keeps to the bytes read.
+        { atmos, int(atmos.size()) + 100, "atmos x 1.0.0 warp 0 " },
+    };
+    for (const uint32_t accepted : { 0x01000007u, 0x00FFFFFFu, 0x01000006u, 0x00000000u })
+        cases.push_back({ Body("", accepted), -1, "" });
+    for (const Case& c : cases)
+    {
+        const Parse parse = Run(c.body, c.chunkSize == -1 ? int(c.body.size()) : c.chunkSize);
+        ASSERT_EQ(parse.message, "") << parse.report;
+        EXPECT_EQ(Describe(parse.metadata), c.expected);
+        EXPECT_EQ(parse.position, c.chunkSize == -1 ? int64_t(c.body.size()) : std::min<int64_t>(c.chunkSize, c.body.size()));
+    }
 }
 
 TEST_F(DolbyAtmosMetadataTest, Refusals)
