@@ -95,6 +95,7 @@ TEST(Mp3Reader, JoinsWithWavAsFloat)
         }
     }
     const auto out = AudioFileReader::CreateReaderFor(File(String(folder / "out.wav")));
+    ASSERT_TRUE(out);
     EXPECT_TRUE(out->getMetadata().isFloat && out->getMetadata().bitsPerSample == 32u);
     ASSERT_EQ(out->getNumSamples(), expected[0].size());
     EXPECT_EQ(ReadFrames(*out, 0, expected[0].size()), expected);
