@@ -15,6 +15,7 @@
 #include "audiofiles/KvoMp3Decoder.h"
 #include "audiofiles/KvoMp3LayerIII.h"
 #include "audiofiles/KvoMp3Synthesis.h"
+#include "audiofiles/KvoMp3Tables.h"
 
 namespace kvo
 {
@@ -262,20 +263,20 @@ TEST(MpegDecoderParts, RegionCountsPastTheTableAndBitsPastTheArray)
 
 TEST(MpegDecoderParts, IntensityStereoFromTheFirstSilentBandOfTheRightChannel)
 {
-    // The right channel's granule is dequantised from no bits: silent from band 0 on, but for
-    // the short windows of a mixed block, which start at band 3 (the short case takes them as
-    // coded up to band 11). Each case gives position 2 to scale factors from..to and marks the
-    // others coded as they stand: 7, or at the low rates 31, past the tables. The lines
-    // first..end take the left channel's times the position's factors: tan(pi/6) / (1 + tan(pi/6))
-    // and 1 / (1 + tan(pi/6)), at the low rates 1 and 2^-1/2 (scalefac_compress odd). A short
-    // band's lines start at its width, not at its first line: a long-standing quirk that this
-    // decoder's output depends on.
-    struct Case { int32_t rate, low, block, mixed, none, from, to, shortFrom, first, end; float left, right; };
+    // The right channel's granule is dequantised from two pairs of zeros (table 0, no bits):
+    // silent from band 0 on, but for the short windows of a mixed block, which start at band 3
+    // (the short case takes them as coded up to band 11). Each case gives position pos to scale
+    // factors from..to and marks the others coded as they stand: 7, or at the low rates 31, past
+    // the tables. The lines first..end take the left channel's times the position's factors:
+    // tan(pos pi/12) / (1 + tan(pos pi/12)) and 1 / (1 + tan(pos pi/12)), at the low rates 1 and
+    // 2^-1/2 for position 2 (scalefac_compress odd). A short band's lines start at its width, not
+    // at its first line: a long-standing quirk that this decoder's output depends on.
+    struct Case { int32_t rate, low, block, mixed, from, to, pos, shortFrom, first, end; float left, right; };
     const Case cases[] = {
-        {0, 0, 0, 0, 7, 12, 13, 0, 74, 90, 0.3660254f, 0.6339746f},    // long band 12
-        {3, 1, 0, 0, 31, 3, 4, 0, 18, 24, 1.0f, 0.7071068f},           // long band 3
-        {0, 0, 2, 0, 7, 33, 36, 12, 56, 224, 0.3660254f, 0.6339746f},  // short band 12
-        {0, 0, 2, 1, 7, 1, 2, 0, 4, 8, 0.3660254f, 0.6339746f},        // mixed, long band 1
+        {0, 0, 0, 0, 12, 13, 0, 0, 74, 90, 0.0f, 1.0f},                  // long band 12
+        {3, 1, 0, 0, 3, 4, 2, 0, 18, 24, 1.0f, 0.7071068f},              // long band 3
+        {0, 0, 2, 0, 33, 36, 2, 12, 56, 224, 0.3660254f, 0.6339746f},    // short band 12
+        {0, 0, 2, 1, 0, 2, 2, 0, 0, 8, 0.3660254f, 0.6339746f},          // mixed, long bands 0 and 1
     };
     static const uint8_t noBits[mp3ByteBufferSize] = {};
     for (const Case& c : cases)
@@ -283,12 +284,14 @@ TEST(MpegDecoderParts, IntensityStereoFromTheFirstSilentBandOfTheRightChannel)
         float left[576], right[576];
         std::fill(std::begin(left), std::end(left), 1.0f);
         int32_t scaleFactors[39];
-        std::fill(std::begin(scaleFactors), std::end(scaleFactors), c.none);
-        std::fill(scaleFactors + c.from, scaleFactors + c.to, 2);
+        std::fill(std::begin(scaleFactors), std::end(scaleFactors), c.low != 0 ? 31 : 7);
+        std::fill(scaleFactors + c.from, scaleFactors + c.to, c.pos);
         Mp3GranuleInfo info;
         info.scalefac_compress = 1;
         info.block_type = uint32_t(c.block);
         info.mixed_block_flag = uint32_t(c.mixed);
+        info.big_values = 2;
+        info.gain = info.fullGain[0] = GetMp3Tables().gainTable;
         Mp3BitReader bits {noBits, 0, 0};
         dequantise(bits, right, scaleFactors, info, c.rate, 0);
         std::fill(info.maxBand, info.maxBand + (c.shortFrom > 0 ? 3 : 0), c.shortFrom);
