@@ -1,5 +1,5 @@
 // The MPEG audio part of the test kit: fixtures and their reference decodes, frames written
-// bit by bit, whole reads through a reader, and the accuracy bound of full-accuracy decoders.
+// bit by bit, and the accuracy bound of full-accuracy decoders.
 
 #pragma once
 
@@ -13,8 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "KvoTestUtilities.h"
-#include "audiofiles/KvoAudioFileReader.h"
-#include "containers/KvoAudioBuffer.h"
+#include "audiofiles/KvoMP3FileReader.h"
 
 namespace kvo::testing
 {
@@ -34,7 +33,14 @@ inline std::vector<float> ReadFloats(const std::string& path)
     return values;
 }
 
-/** numSamples sample frames of every channel from start, and what readSamples returned. */
+/** The first numSamples sample frames of the MPEG file at path. */
+inline ChannelRead DecodeMpeg(const std::string& path, uint64_t numSamples)
+{
+    MP3FileReader reader {File(String(path))};
+    return ReadChannels(reader, 0, numSamples);
+}
+
+/** True when samples are all 0 from from on. */
 inline bool AllZero(const std::vector<float>& samples, size_t from = 0)
 {
     return std::all_of(samples.begin() + int64_t(std::min(from, samples.size())), samples.end(),
@@ -46,30 +52,19 @@ inline bool AllZero(const std::vector<float>& samples, size_t from = 0)
     full scale 1.0: an RMS difference below 2^-15 / sqrt(12) and none above 2^-14. The
     reference is interleaved and holds every stride-th sample frame of the decode.
 */
-struct Accuracy
-{
-    double rms = 0.0;
-    double max = 0.0;
-};
-
-inline Accuracy ExpectFullAccuracy(const std::vector<float>& reference, const ChannelRead& decoded, size_t stride = 1)
+inline void ExpectFullAccuracy(const std::vector<float>& reference, const ChannelRead& decoded, size_t stride)
 {
     const size_t channels = decoded.channels.size();
-    const size_t points = channels == 0 ? 0 : reference.size() / channels;
-    double sumSquares = 0.0;
-    Accuracy worst;
-    for (size_t i = 0; i < points; ++i)
-        for (size_t ch = 0; ch < channels; ++ch)
-        {
-            const double difference = std::abs(double(decoded.channels[ch].at(i * stride)) - reference[i * channels + ch]);
-            sumSquares += difference * difference;
-            worst.max = std::max(worst.max, difference);
-        }
-    worst.rms = points == 0 ? 0.0 : std::sqrt(sumSquares / double(points * channels));
-    EXPECT_GT(points, 0u);
-    EXPECT_LT(worst.rms, std::ldexp(1.0, -15) / std::sqrt(12.0));
-    EXPECT_LT(worst.max, std::ldexp(1.0, -14));
-    return worst;
+    ASSERT_GT(reference.size(), 0u);
+    double sumSquares = 0.0, worst = 0.0;
+    for (size_t i = 0; i < reference.size(); ++i)
+    {
+        const float sample = decoded.channels.at(i % channels).at(i / channels * stride);
+        sumSquares += (double(sample) - reference[i]) * (double(sample) - reference[i]);
+        worst = std::max(worst, std::abs(double(sample) - reference[i]));
+    }
+    EXPECT_LT(std::sqrt(sumSquares / double(reference.size())), std::ldexp(1.0, -15) / std::sqrt(12.0));
+    EXPECT_LT(worst, std::ldexp(1.0, -14));
 }
 
 /** Bits appended most significant first, as MPEG streams hold them. */
@@ -80,33 +75,23 @@ struct BitWriter
 
     BitWriter& Put(uint32_t value, int32_t count)
     {
-        for (int32_t i = count - 1; i >= 0; --i)
+        for (int32_t i = count - 1; i >= 0; --i, ++used)
         {
             if (used % 8 == 0)
                 bytes.push_back('\0');
             bytes.back() = char(uint8_t(bytes.back()) | ((value >> i) & 1) << (7 - used % 8));
-            ++used;
         }
         return *this;
     }
 };
 
 /** The header word of an MPEG-1 frame without CRC: layer 1 to 3, bitrate and rate indices, mode. */
-inline BitWriter Mpeg1Header(int layer, int bitrateIndex, int rateIndex, int mode, int modeExtension = 0)
+inline BitWriter Mpeg1Header(int layer, int bitrateIndex, int rateIndex, int mode)
 {
     BitWriter w;
     w.Put(0xFFF, 12).Put(1, 1).Put(uint32_t(4 - layer), 2).Put(1, 1);
-    w.Put(uint32_t(bitrateIndex), 4).Put(uint32_t(rateIndex), 2).Put(0, 2);
-    w.Put(uint32_t(mode), 2).Put(uint32_t(modeExtension), 2).Put(0, 4);
+    w.Put(uint32_t(bitrateIndex), 4).Put(uint32_t(rateIndex), 2).Put(0, 2).Put(uint32_t(mode), 2).Put(0, 6);
     return w;
-}
-
-/** A frame's bits padded with zeros to its size in bytes. */
-inline std::string Frame(BitWriter bits, size_t frameBytes)
-{
-    EXPECT_LE(bits.bytes.size(), frameBytes);
-    bits.bytes.resize(frameBytes, '\0');
-    return bits.bytes;
 }
 
 } // namespace kvo::testing
