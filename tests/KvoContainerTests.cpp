@@ -213,6 +213,9 @@ TEST(MemoryBlock, StreamReadsOfTheRestShortReadsAndPieces)
     stream.SetPosition(5);
     EXPECT_EQ(stream.ReadIntoMemoryBlock(block, 100), 10); // a count beyond the rest is cut to it
     EXPECT_EQ(block.size, 10);
+    stream.SetPosition(14);
+    EXPECT_EQ(stream.ReadIntoMemoryBlock(block, 5), 1); // and so is one past the last byte
+    EXPECT_EQ(block.size, 1);
 
     stream.SetPosition(25); // past the end counts as the end
     stream.requests.clear();

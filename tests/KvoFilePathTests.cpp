@@ -101,7 +101,8 @@ TEST(FilePath, ChildFilesConsumeLeadingDotPiecesAndNamesSplit)
     EXPECT_EQ(File("~x").GetParentDirectory().GetFullPath().GetStdString(), "~x");
     struct Case { const char* path; const char* extensions; bool has; };
     for (const Case& c : { Case { "/x/a.wav", ".WAV aif", true }, Case { "/x/a.AIF", ".WAV aif", true },
-                           Case { "/x/a.aiff", ".WAV aif", false }, Case { "/x.d/a", "d", false }, Case { "/a.b/c", "", true } })
+                           Case { "/x/a.aiff", ".WAV aif", false }, Case { "/x.d/a", "d", false }, Case { "/a.b/c", "", true },
+                           Case { "/x/a.", "", false } })
         EXPECT_EQ(File(c.path).HasFileExtension(c.extensions), c.has) << c.path << " " << c.extensions;
 }
 

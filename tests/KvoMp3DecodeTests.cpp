@@ -267,12 +267,18 @@ TEST(MpegDecoderParts, IntensityStereoFromTheFirstSilentBandOfTheRightChannel)
     // factors from..to and marks the others coded as they stand: 7, or at the low rates 31, past
     // the tables. The lines first..end take the left channel's times the position's factors:
     // tan(pos pi/12) / (1 + tan(pos pi/12)) and 1 / (1 + tan(pos pi/12)), at the low rates 1 and
-    // 2^-1/2 for position 2 (scalefac_compress odd). A short band's lines start at its width, not
+    // 2^-1/2 for position 2 (scalefac_compress odd; 2^-1/4 when even). A short band's lines start at its width, not
     // at its first line: a long-standing quirk that this decoder's output depends on.
-    struct Case { int32_t rate, low, block, mixed, from, to, pos, shortFrom, first, end; float left, right; };
+    struct Case
+    {
+        int32_t rate, low, block, mixed, from, to, pos, shortFrom, first, end;
+        float left, right;
+        uint32_t compress = 1;
+    };
     const Case cases[] = {
         {0, 0, 0, 0, 12, 13, 0, 0, 74, 90, 0.0f, 1.0f},                  // long band 12
         {3, 1, 0, 0, 3, 4, 2, 0, 18, 24, 1.0f, 0.7071068f},              // long band 3
+        {3, 1, 0, 0, 3, 4, 2, 0, 18, 24, 1.0f, 0.8408964f, 0},
         {0, 0, 2, 0, 33, 36, 2, 12, 56, 224, 0.3660254f, 0.6339746f},    // short band 12
         {0, 0, 2, 1, 0, 2, 2, 0, 0, 8, 0.3660254f, 0.6339746f},          // mixed, long bands 0 and 1
     };
@@ -285,7 +291,7 @@ TEST(MpegDecoderParts, IntensityStereoFromTheFirstSilentBandOfTheRightChannel)
         std::fill(std::begin(scaleFactors), std::end(scaleFactors), c.low != 0 ? 31 : 7);
         std::fill(scaleFactors + c.from, scaleFactors + c.to, c.pos);
         Mp3GranuleInfo info;
-        info.scalefac_compress = 1;
+        info.scalefac_compress = c.compress;
         info.block_type = uint32_t(c.block);
         info.mixed_block_flag = uint32_t(c.mixed);
         info.big_values = 2;
