@@ -302,6 +302,7 @@ TEST(StringDictionary, KeysIgnoreCaseOnRequestAndKeepTheirFirstSpelling)
     exact.setIgnoreCase(false);
     exact.set("Title", "a");
     exact.set("TITLE", "b");
+    EXPECT_TRUE(table.ignoresCase() && !exact.ignoresCase());
     const StringDictionary copy(exact);
     EXPECT_EQ(copy.size(), 2u);
     EXPECT_EQ(copy.get("title", "?").GetStdString(), "?");
