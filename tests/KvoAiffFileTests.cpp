@@ -85,7 +85,7 @@ TEST_F(AiffTest, FactoryReplacesTheDestinationOnlyOnceDepthAndRateAreAccepted)
     const auto create = [&](int bits) { return AiffFileWriter::CreateWriterFor(File(path.c_str()), 44100.0, 2, bits, Overwrite(1)); };
     ASSERT_TRUE(create(24) != nullptr); // makes the folders; the writer is closed at once
     std::ofstream(path, std::ios::app) << "tail";
-    EXPECT_EQ(MessageOf([&] { create(12); }), "Invalid bits depth : 12");
+    EXPECT_EQ(MessageOf([&] { const ScopedConsoleTarget quiet; create(12); }), "Invalid bits depth : 12");
     EXPECT_EQ(ReadWholeFile(path).size(), 54u + 4u);
     create(16).reset(); // never written to: the bare 54-byte header
     EXPECT_EQ(ReadWholeFile(path), AiffWriterHeader(2, 0, 16, rate44100, 0));

@@ -58,6 +58,7 @@ TEST(Vector, GrowsByHalfKeepsElementsAndShrinksWithoutFreeing)
 
 TEST(Vector, CeilingIsSixDecimalGigabytesAndFailuresLeaveTheVectorAlone)
 {
+    const ScopedConsoleTarget quiet; // the refusals' reports stay off the console
     EXPECT_TRUE(Vector<float>::IsReasonableAllocation(1500000000));
     EXPECT_FALSE(Vector<float>::IsReasonableAllocation(1500000001));
     EXPECT_FALSE(Vector<float>::IsReasonableAllocation(uint64_t(1) << 62)); // a byte size that wraps
@@ -94,6 +95,7 @@ std::vector<float> ChannelOf(const AudioBufferBase<float>& buffer, uint32_t chan
 
 TEST(AudioBuffer, ChannelsAreAdjacentZeroedAndBounded)
 {
+    const ScopedConsoleTarget quiet; // the refusals' reports stay off the console
     AudioBuffer<float> buffer(3, 5);
     for (uint32_t c = 0; c < 3; ++c)
     {

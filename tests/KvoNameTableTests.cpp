@@ -83,6 +83,7 @@ TEST(NamedValueTable, LookupsFoldCaseOnRequestAndRetryWithoutQuotes)
 
 TEST(NameTables, OneSpellingOfEachTableAndEachLookupRule)
 {
+    const ScopedConsoleTarget quiet; // the refusals' reports stay off the console
     const auto triangulation = [](const String& name) { return FindValue(VbapTriplets::GetTriangulationModeNames(), name); };
     const std::tuple<const char*, std::function<int(const String&)>, const char*, int> cases[] = {
         { "coordinates", Coordinates::FindFormat, "sofaspherical", 26 },

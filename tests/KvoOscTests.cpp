@@ -13,6 +13,7 @@ namespace
 template <typename Path>
 std::string FailureOf(const std::string& text)
 {
+    const ScopedConsoleTarget quiet; // the refusals' reports stay off the console
     try
     {
         Path path { String(text) };
