@@ -141,12 +141,7 @@ TEST_F(AiffTest, WriterDropsTheWholeCallThatWouldReachTheCapAndLatchesTheFailure
 
 TEST_F(AiffTest, SampleCodings)
 {
-    struct Case
-    {
-        const char* name;
-        std::string bytes;
-        Fixed expected;
-    };
+    struct Case { const char* name; std::string bytes; Fixed expected; };
     const std::string be16 = Z("\x12\x34\xFE\xDC");
     const auto aifc = [&](const char* type, int bits, const std::string& data) {
         return Form("AIFC", AiffChunk("FVER", BigEndian(0xA2805140, 4)) + Comm(1, 2, bits, rate44100, type) + Ssnd(data));

@@ -130,12 +130,8 @@ TEST_F(DolbyAtmosMetadataTest, SegmentsReadAndSkipped)
     std::string largest = Body(Segment(9, AtmosPayload("x", 1, 2, 3, 0)));
     largest.resize(6144, '\xAB');
     const std::string atmos = Body(Segment(9, AtmosPayload("x", 1, 0, 0, 0)));
-    struct Case
-    {
-        std::string body;
-        int chunkSize; // -1: the body's size, which is also where the reader ends
-        std::string expected;
-    };
+    // A chunk size of -1 stands for the body's size, which is also where the reader ends.
+    struct Case { std::string body; int chunkSize; std::string expected; };
     std::vector<Case> cases = {
         // Skipped segments' checksums are not looked at; a repeated segment overrides the first;
         // the tool's name ends after its 64 bytes; the upper five bits of the modes are dropped.
@@ -176,13 +172,8 @@ TEST_F(DolbyAtmosMetadataTest, Refusals)
     std::string largest = Body("");
     largest.resize(6145, '\xAB');
     std::vector<uint8_t> render(129, 1);
-    struct Case
-    {
-        std::string body;
-        int chunkSize; // -1: the body's size
-        std::string message;
-        std::string function;
-    };
+    // A chunk size of -1 stands for the body's size.
+    struct Case { std::string body; int chunkSize; std::string message; std::string function; };
     std::vector<Case> cases = {
         // Refused before a byte is read, as is a size of 2 GiB or more, which arrives negative.
         { largest, -1, "Invalid chunk size for 'dbmd'", "CreateFrom" },

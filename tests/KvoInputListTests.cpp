@@ -68,12 +68,7 @@ TEST_F(InputList, ListsPathsAndWildcardsExpand)
             "d/", "d/.h/", "d/s/", "d/.a.wav", "d/.h/b.wav", "d/s/.c.wav", "d/s/d.wav", "d/...", "r/", "r/b/", "r/b/c/",
             "r/D/", "r/x.wav/", "r/a.wav", "r/b/c/1.wav", "r/b/2.wav", "r/c.wav", "r/D/3.WAV", "r/x.wav/4.wav" });
     ScopedEnvironment home("HOME", (root + "/home").c_str());
-    struct Case
-    {
-        std::string input;
-        Recursion recursion;
-        Names names;
-    };
+    struct Case { std::string input; Recursion recursion; Names names; };
     const Case cases[] = {
         // Comma lists keep their order and are not expanded; hidden files, named, are kept.
         { "file1.wav, file2.wav , file3.wav", notRecursive, { "file1.wav", "file2.wav", "file3.wav" } },

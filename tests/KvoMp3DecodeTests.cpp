@@ -1,28 +1,107 @@
-// MPEG audio decodes against mpg123's: every fixture of data/mp3 (lame, Layer III) and data/mp2
-// (twolame and ffmpeg, Layer II; make_allocations.py's frames through every allocation of each
-// Layer II table, and Layer I) is a row. Then what no file reaches: damaged codes in frames built
-// here, header words, and parts of the decoder the tool never drives to their edges.
+// MPEG audio through MP3FileReader, against mpg123's decodes: every fixture of data/mp3 (lame,
+// Layer III) and data/mp2 (twolame and ffmpeg, Layer II; make_allocations.py's frames through
+// every allocation of each Layer II table, and Layer I) is a row. Then what the reader opens and
+// refuses, joins of MPEG audio with WAV, and what no file reaches: damaged codes in frames built
+// here, header words, and parts of the decoder the tool never drives to their edges. Damaged
+// streams of every layer are in data/malformed.
 
+#include <algorithm>
 #include <cctype>
+#include <cmath>
+#include <cstring>
 #include <iterator>
 #include <string>
 #include <tuple>
 #include <utility>
+#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "KvoTestMpeg.h"
+#include "KvoTestUtilities.h"
+#include "audiofiles/KvoMP3FileReader.h"
 #include "audiofiles/KvoMp3Decoder.h"
 #include "audiofiles/KvoMp3LayerIII.h"
 #include "audiofiles/KvoMp3Synthesis.h"
 #include "audiofiles/KvoMp3Tables.h"
 
-namespace kvo
+namespace kvo::testing
 {
 namespace
 {
 
-using namespace testing;
+/** A file of tests/data/mp3 or tests/data/mp2, named with its folder: "mp2/alloc-a.mp2". */
+std::string MpegData(const std::string& name)
+{
+    return std::string(KVO_TEST_DATA_DIR) + "/" + name;
+}
+
+/** A reference decode: mpg123's 32-bit floats, interleaved. */
+std::vector<float> ReadFloats(const std::string& path)
+{
+    const std::string bytes = ReadWholeFile(path);
+    std::vector<float> values(bytes.size() / sizeof(float));
+    std::memcpy(values.data(), bytes.data(), values.size() * sizeof(float));
+    return values;
+}
+
+/** The first numSamples sample frames of the MPEG file at path. */
+ChannelRead DecodeMpeg(const std::string& path, uint64_t numSamples)
+{
+    MP3FileReader reader {File(String(path))};
+    return ReadChannels(reader, 0, numSamples);
+}
+
+/** True when samples are all 0 from from on. */
+bool AllZero(const std::vector<float>& samples, size_t from = 0)
+{
+    return std::all_of(samples.begin() + int64_t(std::min(from, samples.size())), samples.end(),
+                       [](float s) { return s == 0.0f; });
+}
+
+/**
+    The accuracy limits of full-accuracy MPEG audio decoders (ISO/IEC 11172-4), relative to
+    full scale 1.0: an RMS difference below 2^-15 / sqrt(12) and none above 2^-14. The
+    reference is interleaved and holds every stride-th sample frame of the decode.
+*/
+void ExpectFullAccuracy(const std::vector<float>& reference, const ChannelRead& decoded, size_t stride)
+{
+    const size_t channels = decoded.channels.size();
+    ASSERT_GT(reference.size(), 0u);
+    double sumSquares = 0.0, worst = 0.0;
+    for (size_t i = 0; i < reference.size(); ++i)
+    {
+        const float sample = decoded.channels.at(i % channels).at(i / channels * stride);
+        sumSquares += (double(sample) - reference[i]) * (double(sample) - reference[i]);
+        worst = std::max(worst, std::abs(double(sample) - reference[i]));
+    }
+    EXPECT_LT(std::sqrt(sumSquares / double(reference.size())), std::ldexp(1.0, -15) / std::sqrt(12.0));
+    EXPECT_LT(worst, std::ldexp(1.0, -14));
+}
+
+/** Bits appended most significant first, as MPEG streams hold them. */
+struct BitWriter
+{
+    std::string bytes;
+    int32_t used = 0;
+
+    BitWriter& Put(uint32_t value, int32_t count)
+    {
+        for (int32_t i = count - 1; i >= 0; --i, ++used)
+        {
+            if (used % 8 == 0)
+                bytes.push_back('\0');
+            bytes.back() = char(uint8_t(bytes.back()) | ((value >> i) & 1) << (7 - used % 8));
+        }
+        return *this;
+    }
+};
+
+/** The header word of an MPEG-1 frame without CRC: layer 1 to 3, bitrate and rate indices, mode. */
+BitWriter Mpeg1Header(int layer, int bitrateIndex, int rateIndex, int mode)
+{
+    BitWriter w;
+    w.Put(0xFFF, 12).Put(1, 1).Put(uint32_t(4 - layer), 2).Put(1, 1);
+    w.Put(uint32_t(bitrateIndex), 4).Put(uint32_t(rateIndex), 2).Put(0, 2).Put(uint32_t(mode), 2).Put(0, 6);
+    return w;
+}
 
 /**
     A fixture: its file below tests/data, what the reader must report (lengths count 1152 sample
@@ -108,6 +187,94 @@ INSTANTIATE_TEST_SUITE_P(Fixtures, MpegFixtureTest, ::testing::ValuesIn(fixtures
     std::replace_if(name.begin(), name.end(), [](char c) { return !std::isalnum(c); }, '_');
     return name;
 });
+
+//==============================================================================
+// The reader around its decoder: what it opens and refuses, absurd tags, reads far past the
+// end, and joins with WAV
+
+TEST(Mp3Reader, OpensWhatItCanDecodeAndRefusesTheRest)
+{
+    const std::string id3 = ReadWholeFile(MpegData("mp3/id3v2-44k.mp3"));
+    const size_t tagSize = 10 + ((id3[6] * 128u + id3[7]) * 128 + id3[8]) * 128 + id3[9];
+    const std::string mono = ReadWholeFile(MpegData("mp2/tl-mono-44k-48.mp2"));
+    const std::string vbr = ReadWholeFile(MpegData("mp3/vbr-xing-44k.mp3"));
+    const auto withXingFrames = [&](uint32_t frames) {
+        return std::string(vbr).replace(vbr.find("Xing") + 8, 4, BigEndian(frames, 4));
+    };
+    // frames: the length the reader reports, in blocks of 1152, or -1 for a refusal. Junk
+    // before the first frame is searched through for 32768 bytes, and then skipped. Xing
+    // counts are believed when positive; without one the length is the file's size over the
+    // first frame's size less its header (152 bytes here; 1040 behind the tag), and free format has none.
+    struct Case { const char* name; std::string bytes; int64_t frames; const char* sameAs = nullptr; };
+    const Case cases[] = {
+        {"tag-alone.mp3", id3.substr(0, tagSize), -1},
+        {"empty.mp3", "", -1},
+        {"far.mp3", std::string(40000, '\0') + mono, -1},
+        {"near.mp3", std::string(30000, '\0') + mono, (30000 + int64_t(mono.size())) / 152,
+         "mp2/tl-mono-44k-48.mp2"},
+        {"xing-huge.mp3", withXingFrames(0x7FFFFFFF), 0x7FFFFFFF, "mp3/vbr-xing-44k.mp3"},
+        {"xing-negative.mp3", withXingFrames(0xFFFFFFFF), int64_t(vbr.size()) / 1040},
+        {"xing-none.mp3", withXingFrames(0), int64_t(vbr.size()) / 1040},
+        {"xing-one.mp3", withXingFrames(1), 1},
+        {"free-layer2.mp3", ReadWholeFile(MpegData("mp2/tl-free-44k-200.mp2")), 0},
+    };
+    TemporaryFolder folder;
+    const ScopedConsoleTarget quiet;
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.name);
+        const std::string path = folder / c.name;
+        WriteWholeFile(path, c.bytes);
+        const std::string refusal = "file " + InQuotes(path) + " is not a valid MP3 file";
+        const std::string message = MessageOf([&] { MP3FileReader {File(String(path))}; });
+        EXPECT_EQ(message, c.frames < 0 ? refusal : "(no exception)");
+        if (c.frames < 0)
+            continue;
+        MP3FileReader reader {File(String(path))};
+        EXPECT_EQ(reader.getNumSamples(), uint64_t(c.frames) * 1152);
+        // A read far beyond the data gives one block of silence, then falls short; reading from
+        // the start still works.
+        const ChannelRead far = ReadChannels(reader, uint64_t(1) << 32, 2000);
+        EXPECT_TRUE(!far.ok && AllZero(far.channels[0]));
+        EXPECT_TRUE(ReadChannels(reader, uint64_t(1) << 32, 1000).ok);
+        const ChannelRead start = ReadChannels(reader, 0, 4000);
+        EXPECT_TRUE(start.ok);
+        for (const std::vector<float>& channel : start.channels)
+            EXPECT_TRUE(std::all_of(channel.begin(), channel.end(), [](float s) { return std::isfinite(s); }));
+        EXPECT_TRUE(c.sameAs == nullptr || start.channels == DecodeMpeg(MpegData(c.sameAs), 4000).channels);
+    }
+}
+
+TEST(Mp3Reader, JoinsWithWavAsFloat)
+{
+    // Layer II, mono Layer III, the Layer II file again and 100 frames of WAV: each part is
+    // what its own reader gives, the mono part silent on the right.
+    TemporaryFolder folder;
+    WriteWholeFile(folder / "a.mp3", ReadWholeFile(MpegData("mp2/tl-joint-44k-192.mp2")));
+    WriteWholeFile(folder / "b.mp3", ReadWholeFile(MpegData("mp2/join-layer3-44k-mono.mp3")));
+    WriteWholeFile(folder / "c.wav", CanonicalWav(1, 2, 44100, 16, std::string(400, '\0')));
+    const std::vector<std::string> parts = {"a.mp3", "b.mp3", "a.mp3", "c.wav"};
+    const ProgramRun run = RunSonaJoin({"-i", "a.mp3, b.mp3, a.mp3, c.wav", "-d", "out.wav"}, folder.GetPath());
+    ASSERT_EQ(run.exitCode, 0) << run.standardOutput << run.standardError;
+
+    const ScopedConsoleTarget quiet;
+    Channels expected(2);
+    for (const std::string& part : parts)
+    {
+        const auto reader = AudioFileReader::CreateReaderFor(File(String(folder / part)));
+        const Channels own = ReadFrames(*reader, 0, reader->getNumSamples());
+        for (size_t ch = 0; ch < 2; ++ch)
+        {
+            const std::vector<float> samples = ch < own.size() ? own[ch] : std::vector<float>(own[0].size());
+            expected[ch].insert(expected[ch].end(), samples.begin(), samples.end());
+        }
+    }
+    const auto out = AudioFileReader::CreateReaderFor(File(String(folder / "out.wav")));
+    ASSERT_TRUE(out);
+    EXPECT_TRUE(out->getMetadata().isFloat && out->getMetadata().bitsPerSample == 32u);
+    ASSERT_EQ(out->getNumSamples(), expected[0].size());
+    EXPECT_EQ(ReadFrames(*out, 0, expected[0].size()), expected);
+}
 
 //==============================================================================
 // Codes that no encoder writes: a mono Layer II frame at 48 kHz and 96 kbit/s (table a, 288
@@ -269,12 +436,8 @@ TEST(MpegDecoderParts, IntensityStereoFromTheFirstSilentBandOfTheRightChannel)
     // tan(pos pi/12) / (1 + tan(pos pi/12)) and 1 / (1 + tan(pos pi/12)), at the low rates 1 and
     // 2^-1/2 for position 2 (scalefac_compress odd; 2^-1/4 when even). A short band's lines start at its width, not
     // at its first line: a long-standing quirk that this decoder's output depends on.
-    struct Case
-    {
-        int32_t rate, low, block, mixed, from, to, pos, shortFrom, first, end;
-        float left, right;
-        uint32_t compress = 1;
-    };
+    struct Case { int32_t rate, low, block, mixed, from, to, pos, shortFrom, first, end; float left, right;
+                  uint32_t compress = 1; };
     const Case cases[] = {
         {0, 0, 0, 0, 12, 13, 0, 0, 74, 90, 0.0f, 1.0f},                  // long band 12
         {3, 1, 0, 0, 3, 4, 2, 0, 18, 24, 1.0f, 0.7071068f},              // long band 3
@@ -310,4 +473,4 @@ TEST(MpegDecoderParts, IntensityStereoFromTheFirstSilentBandOfTheRightChannel)
 }
 
 } // namespace
-} // namespace kvo
+} // namespace kvo::testing

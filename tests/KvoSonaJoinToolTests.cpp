@@ -1,5 +1,6 @@
 // End-to-end runs of the sonajoin executable that join nothing: help, option errors and
-// patterns that match nothing, with their exact console text and exit codes.
+// patterns that match nothing, with their exact console text and exit codes; and the manual
+// page against the help.
 
 #include <filesystem>
 
@@ -106,6 +107,45 @@ TEST(SonaJoinSetup, InputsExpandAndReplaceEachOther)
     tool.SetDestination(File((base + "/out//x.wav").c_str()));
     EXPECT_EQ(tool.GetDestination().GetFullPath().GetStdString(), base + "/out/x.wav");
     EXPECT_FALSE(tool.GetDestination().Exists());
+}
+
+// The manual page must document what the program's own help offers: every option and the examples.
+
+/** Roff escapes every "-" as "\-" and every double quote as "\(dq". */
+std::string Roff(const std::string& text)
+{
+    std::string escaped;
+    for (char c : text)
+        escaped += c == '-' ? "\\-" : c == '"' ? "\\(dq" : std::string(1, c);
+    return escaped;
+}
+
+TEST(ManualPage, DocumentsEveryOptionAndExampleOfTheHelp)
+{
+    const std::string page = ReadWholeFile(KVO_MANUAL_PAGE);
+    ASSERT_FALSE(page.empty());
+    std::istringstream lines(help); // the program's help, as the option tests pin it
+    int optionsSeen = 0;
+    int examplesSeen = 0;
+    for (std::string line; std::getline(lines, line);)
+    {
+        // Option lines read "     -i | --input       : input file", examples "./sonajoin -i ... -d x".
+        std::istringstream words(line);
+        std::string shortName, bar, longName;
+        if (line.rfind("./sonajoin ", 0) == 0) // up to the destination, which the page may vary
+        {
+            ++examplesSeen;
+            const std::string example = line.substr(11, line.find(" -d ") + 4 - 11);
+            EXPECT_NE(page.find(Roff(example)), std::string::npos) << "missing from the manual page: " << line;
+        }
+        if (!(words >> shortName >> bar >> longName) || bar != "|" || shortName.rfind("-", 0) != 0)
+            continue;
+        ++optionsSeen;
+        const std::string documented = ".BR " + Roff(shortName) + " \", \" " + Roff(longName);
+        EXPECT_NE(page.find(documented), std::string::npos) << "missing from the manual page: " << line;
+    }
+    EXPECT_EQ(optionsSeen, 4);
+    EXPECT_EQ(examplesSeen, 4);
 }
 
 } // namespace

@@ -89,12 +89,7 @@ TEST(StringSplit, TrailingPiecesInBothModes)
 
 TEST(StringWildcard, StarsQuestionMarksCaseAndLongNames)
 {
-    struct Case
-    {
-        const char* text;
-        const char* pattern;
-        bool matches;
-    };
+    struct Case { const char* text; const char* pattern; bool matches; };
     const Case cases[] = {
         { "a", "a*", true },      { "a", "a**", false }, // two stars want a byte between them
         { "ab", "a**", true },    { "abc", "*c*", true },    { "abc", "*c**", false },   { "x", "*?", true },

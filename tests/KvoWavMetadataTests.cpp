@@ -114,13 +114,7 @@ TEST_F(WavMetadataTest, ChunksAsTheReaderTakesThem)
     const std::string cueEntries = "Cue0Identifier=1|Cue0Order=0|Cue0ChunkID=1635017060|Cue0ChunkStart=0|Cue0BlockStart=0|Cue0Offset=10|";
     const std::string emptyInfo = "MetaDataSource=WAV|";
 
-    struct Case
-    {
-        const char* name;
-        std::string chunks; // between fmt and data
-        Part part;
-        std::string expected;
-    };
+    struct Case { const char* name; std::string chunks; Part part; std::string expected; }; // chunks between fmt and data
     std::vector<Case> cases = {
         { "bext keys in their order", Chunk("bext", Bext(full)), bextPart,
           "bwav description=A take|bwav originator=Recorder|bwav originator ref=REF-1|"

@@ -1,10 +1,15 @@
 // WavFileReader: RIFF, RF64 and Wave64 files built byte by byte, their sample formats, the
-// chunk walk, the refusals, and files written by other tools.
+// chunk walk, the refusals, and files written by other tools. WavFileWriter: the exact bytes of
+// each header form and the switch to RF64 at 4 GiB of data, read back by the reader.
 
+#include <bit>
+#include <cstdio>
+#include <fstream>
 #include <limits>
 
 #include "KvoTestUtilities.h"
 #include "audiofiles/KvoWavFileReader.h"
+#include "audiofiles/KvoWavFileWriter.h"
 
 namespace kvo::testing
 {
@@ -20,18 +25,11 @@ std::string Wav(const std::string& fmt, const std::string& data)
     return Riff(Chunk("fmt ", fmt) + Chunk("data", data));
 }
 
-using WavReaderTest = AudioFileTest;
+using WavFileTest = AudioFileTest;
 
-TEST_F(WavReaderTest, SampleFormats)
+TEST_F(WavFileTest, SampleFormats)
 {
-    struct Case
-    {
-        const char* name;
-        std::string bytes;
-        uint32_t bits;
-        bool isFloat;
-        Channels expected;
-    };
+    struct Case { const char* name; std::string bytes; uint32_t bits; bool isFloat; Channels expected; };
     const std::string halves = Bytes().U32(0x40000000).U32(0xC0000000);
     const std::string w64 = Wave64(W64Chunk(w64Fmt, Fmt(1, 1, 22050, 8)) + W64Chunk(w64Junk, "junk")
                                    + W64Chunk(w64Other, "other") + W64Chunk(w64Data, Z("\x40\x80\xC0")));
@@ -79,7 +77,7 @@ TEST_F(WavReaderTest, SampleFormats)
     EXPECT_EQ(reader->getDataSize(), 6);
 }
 
-TEST_F(WavReaderTest, UnreadableFormatsOpenWithNoSamples)
+TEST_F(WavFileTest, UnreadableFormatsOpenWithNoSamples)
 {
     Guid otherGuid = pcmGuid;
     otherGuid[0] = 0x02;
@@ -94,15 +92,9 @@ TEST_F(WavReaderTest, UnreadableFormatsOpenWithNoSamples)
     }
 }
 
-TEST_F(WavReaderTest, ChunkWalk)
+TEST_F(WavFileTest, ChunkWalk)
 {
-    struct Case
-    {
-        const char* name;
-        std::string bytes;
-        uint64_t numSamples;
-        double rate;
-    };
+    struct Case { const char* name; std::string bytes; uint64_t numSamples; double rate; };
     const std::string fmt = Chunk("fmt ", Fmt(1, 1, 8000, 16));
     const std::string data = Chunk("data", Pcm16({ 1, 2 }));
     const std::string later = Chunk("fmt ", Fmt(1, 1, 48000, 16));
@@ -147,7 +139,7 @@ TEST_F(WavReaderTest, ChunkWalk)
     EXPECT_EQ(ReadFrames(*Open<WavFileReader>(cases[7].bytes), 0, 3), (Channels { { 0.25f, 0.0f, 0.0f } }));
 }
 
-TEST_F(WavReaderTest, ShortFilesReadZeroBytesAndPastTheEndReadsSilence)
+TEST_F(WavFileTest, ShortFilesReadZeroBytesAndPastTheEndReadsSilence)
 {
     // The data chunk claims 6 frames and holds 2: missing 8-bit frames decode to -1.0.
     auto reader = Open<WavFileReader>(Riff(Chunk("fmt ", Fmt(1, 1, 8000, 8)) + Bytes().Text("data").U32(6).Text("\xC0\x80")));
@@ -158,7 +150,7 @@ TEST_F(WavReaderTest, ShortFilesReadZeroBytesAndPastTheEndReadsSilence)
     EXPECT_EQ(ReadFrames(*reader, 1, 3), (Channels { { -0.5f, 0.25f, 0.0f } }));
 }
 
-TEST_F(WavReaderTest, ReadsAcrossStagingBlocksUpToTheWidestFrame)
+TEST_F(WavFileTest, ReadsAcrossStagingBlocksUpToTheWidestFrame)
 {
     // 2000 stereo 24-bit frames take several passes through the staging block.
     Bytes data;
@@ -182,7 +174,7 @@ TEST_F(WavReaderTest, ReadsAcrossStagingBlocksUpToTheWidestFrame)
     EXPECT_EQ(Refusal<WavFileReader>(Riff(Chunk("fmt ", Fmt(3, 721, 48000, 64)))), NotValid("WAV"));
 }
 
-TEST_F(WavReaderTest, Refusals)
+TEST_F(WavFileTest, Refusals)
 {
     const std::string fmt = Chunk("fmt ", Fmt(1, 1, 44100, 16));
     const std::string data = Chunk("data", Pcm16({ 0, 0 }));
@@ -241,6 +233,90 @@ TEST(WavReaderFixtures, FilesOfOtherTools)
             ASSERT_EQ(samples[0][size_t(i)], float(i * 3 - 96) / 128.0f) << i;
             ASSERT_EQ(samples[1][size_t(i)], float(50 - i * 2) / 128.0f) << i;
         }
+    }
+}
+
+// ---------------------------------------------------------------------------------------
+// Writer
+
+using TestWavWriter = OpenWriter<WavFileWriter>;
+
+/** The RF64 form of the writer's header: ds64 where the plain form has JUNK, an extensible fmt. */
+std::string Rf64WriterHeader(int channels, uint32_t rate, int bits, uint64_t dataSize, uint32_t mask)
+{
+    return Bytes().Text("RF64").U32(0xFFFFFFFF).Text("WAVE").Text("ds64").U32(28).U64(96 + dataSize + (dataSize & 1))
+        .U64(dataSize).Text(std::string(12, '\0')).Text(Chunk("fmt ", Extensible(channels, int(rate), bits, pcmGuid, mask)))
+        .Text("data").U32(0xFFFFFFFF);
+}
+
+TEST_F(WavFileTest, HeaderFormsAndTheirSizes)
+{
+    // No samples: never written.
+    struct Case { int channels; uint32_t rate; int bits; uint32_t mask; bool forceRf64; Fixed samples; std::string data; };
+    const std::vector<Case> cases = {
+        { 2, 48000, 16, 3, false, {}, "" },
+        { 1, 44100, 16, 0, false, { { 0x12340000 } }, "\x34\x12" },
+        // 8-bit samples are unsigned; the odd data takes a zero pad byte that RIFF's size counts.
+        { 1, 8000, 8, 0, false, { { int32_t(0x80000000), 0, 0x7F000000 } }, Z("\x00\x80\xFF\x00") },
+        // More than two channels are extensible, with the speaker mask of the common layouts.
+        { 3, 96000, 24, 0, false, {}, "" },
+        { 5, 48000, 16, 55, false, {}, "" },
+        { 6, 48000, 16, 63, false, {}, "" },
+        { 7, 48000, 16, 1591, false, {}, "" },
+        { 8, 48000, 16, 1599, false, {}, "" },
+        // 32 bits are floats, beyond full scale too.
+        { 1, 44100, 32, 0, false, { { std::bit_cast<int32_t>(1.5f), std::bit_cast<int32_t>(-2.25f) } },
+          Bytes().F32(1.5f).F32(-2.25f) },
+        { 2, 44100, 16, 3, true, { { 0x01000000, 0x02000000, 0x03000000 }, { 0, 0, 0 } },
+          Z("\x00\x01\x00\x00\x00\x02\x00\x00\x00\x03\x00\x00") },
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(std::to_string(c.channels) + " channels, " + std::to_string(c.bits) + " bits");
+        const std::string path = folder / "out.wav";
+        const uint64_t numFrames = c.samples.empty() ? 0 : c.samples[0].size();
+        const uint64_t dataSize = numFrames * uint64_t(c.channels * c.bits / 8);
+        {
+            TestWavWriter writer(path, c.rate, unsigned(c.channels), c.bits);
+            EXPECT_EQ(writer.getMetadata().formatName, "WAV File");
+            EXPECT_EQ(writer.getDefaultExtension(), ".wav");
+            EXPECT_EQ(ReadWholeFile(path), WavWriterHeader(c.channels, c.rate, c.bits, 0, c.mask)); // from the first byte on
+            writer.setForceRf64(c.forceRf64);
+            if (!c.samples.empty())
+            {
+                ASSERT_TRUE(writer.WriteRaw(c.samples));
+            }
+        }
+        EXPECT_EQ(ReadWholeFile(path), (c.forceRf64 ? Rf64WriterHeader : WavWriterHeader)(c.channels, c.rate, c.bits, dataSize, c.mask)
+                                           + c.data);
+        WavFileReader reader { File(path.c_str()) };
+        EXPECT_EQ(reader.getMetadata().isRf64, c.forceRf64);
+        EXPECT_EQ(reader.getMetadata().isFloat, c.bits == 32);
+        EXPECT_EQ(reader.getNumSamples(), numFrames);
+        std::remove(path.c_str());
+    }
+}
+
+TEST_F(WavFileTest, DataOfFourGibibytesSwitchesToRf64)
+{
+    // One byte less keeps the plain form, its sizes cut to 32 bits; the pad byte lands at 4 GiB
+    // (a sparse file).
+    for (const uint64_t size : { (uint64_t(1) << 32) - 1, uint64_t(1) << 32 })
+    {
+        const std::string path = folder / "large.wav";
+        {
+            TestWavWriter writer(path, 8000.0, 1, 8);
+            writer.bytesWritten = size; // 8-bit mono: as many frames as bytes
+            writer.metadata.numSamples = size;
+        }
+        const bool rf64 = size >> 32 != 0;
+        std::string header(104, '\0');
+        std::ifstream(path, std::ios::binary).read(header.data(), 104);
+        EXPECT_EQ(header, rf64 ? Rf64WriterHeader(1, 8000, 8, size, 0) : WavWriterHeader(1, 8000, 8, size));
+        WavFileReader reader { File(path.c_str()) };
+        EXPECT_EQ(reader.getMetadata().isRf64, rf64);
+        EXPECT_EQ(reader.getNumSamples(), size);
+        std::remove(path.c_str());
     }
 }
 
