@@ -97,7 +97,7 @@ TEST(FilePath, ChildFilesConsumeLeadingDotPiecesAndNamesSplit)
         EXPECT_EQ(base.GetChildFile(relative).GetFullPath().GetStdString(), path) << relative;
     EXPECT_EQ(File("/").GetChildFile("..").GetFullPath().GetStdString(), "/");
 
-    EXPECT_EQ(File("/a/b.wav").GetFileName().GetStdString(), "b.wav");
+    EXPECT_EQ(File("/b.wav").GetFileName().GetStdString(), "b.wav"); // the separator at index 0 too
     EXPECT_EQ(File("/a").GetParentDirectory().GetFullPath().GetStdString(), "/");
     EXPECT_EQ(File("/").GetParentDirectory().GetFullPath().GetStdString(), "/");
     // "~user" stays relative text, without a separator to split at.
