@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <regex>
 
 #include "KvoFuzzUtilities.h"
 #include "KvoTestUtilities.h"
@@ -100,24 +101,11 @@ std::string JoinedFile(const std::vector<std::string>& names, const std::string&
     return WavWriterHeader(channels, first.rate, first.bits, samples.size() * size_t(first.bits / 8)) + data;
 }
 
-/** Replaces whatever stands between each opening and the closing text after it. */
-std::string Masked(std::string text, const std::string& opening, const std::string& closing, const std::string& mask)
-{
-    for (size_t start = text.find(opening); start != std::string::npos; start = text.find(opening, start + 1))
-    {
-        const size_t from = start + opening.size();
-        const size_t to = text.find(closing, from);
-        if (to == std::string::npos)
-            break;
-        text.replace(from, to - from, mask);
-    }
-    return text;
-}
-
 /** Console text with the timings, which vary from run to run, replaced by fixed words. */
 std::string WithoutTimings(const std::string& text)
 {
-    return Masked(Masked(text, "(elapsed ", ")", "T | remaining T"), "Finished: ", " msec", "N");
+    const std::string reports = std::regex_replace(text, std::regex(R"(\(elapsed [^)]*\))"), "(elapsed T | remaining T)");
+    return std::regex_replace(reports, std::regex("Finished: .*? msec"), "Finished: N msec");
 }
 
 /** A progress report as WithoutTimings leaves it. */
