@@ -2,6 +2,7 @@
 
 #include "containers/KvoAudioBuffer.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
@@ -19,15 +20,12 @@ namespace kvo::testing
 ProgramRun RunSonaJoin(const std::vector<std::string>& arguments, const std::string& workingDirectory)
 {
     TemporaryFolder capture;
-    const std::string outPath = capture / "stdout";
-    const std::string errPath = capture / "stderr";
-
+    const std::string outPath = capture / "stdout", errPath = capture / "stderr";
+    std::vector<std::string> words { SONAJOIN_EXECUTABLE };
+    words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
-    std::string program = SONAJOIN_EXECUTABLE;
-    argv.push_back(program.data());
-    std::vector<std::string> copies(arguments);
-    for (std::string& argument : copies)
-        argv.push_back(argument.data());
+    for (std::string& word : words)
+        argv.push_back(word.data());
     argv.push_back(nullptr);
 
     const pid_t child = fork();
@@ -35,26 +33,19 @@ ProgramRun RunSonaJoin(const std::vector<std::string>& arguments, const std::str
         throw std::runtime_error("fork failed");
     if (child == 0)
     {
+        const int in = open("/dev/null", O_RDONLY);
         const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        const int in = open("/dev/null", O_RDONLY);
-        if (out < 0 || err < 0 || in < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0 || dup2(in, 0) < 0)
-            _exit(127);
-        if (!workingDirectory.empty() && chdir(workingDirectory.c_str()) != 0)
+        if (in < 0 || out < 0 || err < 0 || dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0
+            || (!workingDirectory.empty() && chdir(workingDirectory.c_str()) != 0))
             _exit(127);
         alarm(60); // a run that waits on something ends by signal rather than hanging the suite
         execv(argv[0], argv.data());
         _exit(127);
     }
-
     int status = 0;
     waitpid(child, &status, 0);
-
-    ProgramRun run;
-    run.standardOutput = ReadWholeFile(outPath);
-    run.standardError = ReadWholeFile(errPath);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+    return { ReadWholeFile(outPath), ReadWholeFile(errPath), WIFEXITED(status) ? WEXITSTATUS(status) : -1 };
 }
 
 TemporaryFolder::TemporaryFolder()
@@ -123,14 +114,9 @@ std::string ExpectedBanner(const std::string& toolName)
 
 std::string TripleError(const std::string& text)
 {
-    std::string joined;
-    std::string dashed;
-    for (char c : text)
-    {
-        if (c != ' ')
-            joined += c;
-        dashed += c == ' ' ? '-' : c;
-    }
+    std::string joined = text, dashed = text;
+    joined.erase(std::remove(joined.begin(), joined.end(), ' '), joined.end());
+    std::replace(dashed.begin(), dashed.end(), ' ', '-');
     return "Error : " + text + "\nError : " + joined + "\nError : " + dashed + "\n";
 }
 
@@ -157,10 +143,8 @@ std::string LittleEndian(uint64_t value, int numBytes)
 
 std::string BigEndian(uint64_t value, int numBytes)
 {
-    std::string bytes;
-    for (int i = numBytes - 1; i >= 0; --i)
-        bytes += static_cast<char>(value >> (8 * i));
-    return bytes;
+    const std::string bytes = LittleEndian(value, numBytes);
+    return { bytes.rbegin(), bytes.rend() };
 }
 
 bool HoldsWithoutPrivileges(const std::function<bool()>& check)
