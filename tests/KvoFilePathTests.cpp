@@ -16,10 +16,7 @@ namespace kvo::testing
 namespace
 {
 
-std::string pathOf(const std::string& text)
-{
-    return File(text.c_str()).GetFullPath().GetStdString();
-}
+std::string pathOf(const std::string& text) { return File(text.c_str()).GetFullPath().GetStdString(); }
 
 std::string repeated(const std::string& text, int count)
 {
@@ -27,11 +24,6 @@ std::string repeated(const std::string& text, int count)
     for (int i = 0; i < count; ++i)
         all += text;
     return all;
-}
-
-void touch(const std::string& path)
-{
-    WriteWholeFile(path, "x");
 }
 
 TEST(FilePath, AbsolutePathsAndHomeFold)
@@ -121,7 +113,7 @@ TEST(FileOperations, CreateDirectoryMakesTheWholeChain)
     EXPECT_TRUE(File((folder / "x/y").c_str()).IsDirectory());
     EXPECT_FALSE(child.Exists());
 
-    touch(folder / "plain");
+    WriteWholeFile(folder / "plain", "x");
     EXPECT_FALSE(File((folder / "plain/sub").c_str()).CreateDirectoryA()); // a file stands in the way
     // Tens of thousands of missing levels are walked without recursion; a name far beyond the
     // system's limits is a plain "no".
@@ -140,7 +132,7 @@ TEST(FileOperations, QueriesAnswerForLinkTargetsAndDeleteTakesFilesAndEmptyFolde
 {
     TemporaryFolder folder;
     ::mkdir((folder / "d").c_str(), 0777);
-    touch(folder / "d/f");
+    WriteWholeFile(folder / "d/f", "x");
     ASSERT_EQ(::symlink((folder / "d").c_str(), (folder / "toFolder").c_str()), 0);
     ASSERT_EQ(::symlink((folder / "nowhere").c_str(), (folder / "dangling").c_str()), 0);
     EXPECT_TRUE(File((folder / "toFolder").c_str()).IsDirectory());
@@ -166,13 +158,13 @@ TEST(FileOperations, OverwritePolicies)
     TemporaryFolder folder;
     const File target((folder / "out.wav").c_str());
     EXPECT_EQ(overwriteMessage(target, 0), "(no exception)"); // nothing there yet
-    touch(folder / "out.wav");
+    WriteWholeFile(folder / "out.wav", "x");
     EXPECT_EQ(overwriteMessage(target, 0), "File already exists " + InQuotes(folder / "out.wav"));
     EXPECT_TRUE(target.Exists());
     EXPECT_EQ(overwriteMessage(target, 7), "bug : unexpected overwrite flag");
     EXPECT_EQ(overwriteMessage(target, 1), "(no exception)");
     EXPECT_FALSE(target.Exists());
-    touch(folder / "out.wav");
+    WriteWholeFile(folder / "out.wav", "x");
     EXPECT_EQ(overwriteMessage(target, 2), "(no exception)");
     EXPECT_FALSE(target.Exists());
     EXPECT_EQ(overwriteMessage(File(folder.GetPath().c_str()), 0), InQuotes(folder.GetPath()) + " is a folder");
@@ -181,7 +173,7 @@ TEST(FileOperations, OverwritePolicies)
     // A file that cannot be deleted says so.
     ::chmod(folder.GetPath().c_str(), 0755);
     ::mkdir((folder / "ro").c_str(), 0777);
-    touch(folder / "ro/out.wav");
+    WriteWholeFile(folder / "ro/out.wav", "x");
     ::chmod((folder / "ro").c_str(), 0555);
     const File locked((folder / "ro/out.wav").c_str());
     const std::string expected =

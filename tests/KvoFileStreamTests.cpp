@@ -35,18 +35,9 @@ struct SystemCallSpy
     SystemCallSpy() { active = this, details::fileSystemCalls = { onRead, onWrite, onSeek }; }
     ~SystemCallSpy() { details::fileSystemCalls = details::GetSystemFileCalls(); }
 
-    static int64_t onRead(int h, void* dest, uint64_t n)
-    {
-        return active->note("read ", int64_t(n)), active->read(h, dest, n);
-    }
-    static int64_t onWrite(int h, const void* source, uint64_t n)
-    {
-        return active->note("write ", int64_t(n)), active->write(h, source, n);
-    }
-    static int64_t onSeek(int h, int64_t to, int whence)
-    {
-        return active->note("seek ", to), active->seek(h, to, whence);
-    }
+    static int64_t onRead(int h, void* dest, uint64_t n) { return active->note("read ", int64_t(n)), active->read(h, dest, n); }
+    static int64_t onWrite(int h, const void* from, uint64_t n) { return active->note("write ", int64_t(n)), active->write(h, from, n); }
+    static int64_t onSeek(int h, int64_t to, int whence) { return active->note("seek ", to), active->seek(h, to, whence); }
     void note(const std::string& call, int64_t n) { log.push_back(call + std::to_string(n)); }
 
     Log log;
@@ -69,10 +60,7 @@ int64_t readAtMost(int handle, void* dest, uint64_t numBytes, uint64_t limit)
     return details::GetSystemFileCalls().read(handle, dest, std::min(numBytes, limit));
 }
 
-File fileAt(const std::string& path)
-{
-    return File(path.c_str());
-}
+File fileAt(const std::string& path) { return File(path.c_str()); }
 
 /** A reader of a fresh file holding bytes. */
 struct ReaderOf

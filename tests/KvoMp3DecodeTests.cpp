@@ -28,10 +28,7 @@ namespace
 {
 
 /** A file of tests/data/mp3 or tests/data/mp2, named with its folder: "mp2/alloc-a.mp2". */
-std::string MpegData(const std::string& name)
-{
-    return std::string(KVO_TEST_DATA_DIR) + "/" + name;
-}
+std::string MpegData(const std::string& name) { return std::string(KVO_TEST_DATA_DIR) + "/" + name; }
 
 /** A reference decode: mpg123's 32-bit floats, interleaved. */
 std::vector<float> ReadFloats(const std::string& path)

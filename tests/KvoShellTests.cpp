@@ -148,10 +148,7 @@ TEST(ShellTool, BannerOnStandardOutputAndNotificationsOnStandardError)
 // The progress clock is a plain function pointer, so the fake time lives in a global.
 int64_t fakeNow = 0;
 
-int64_t FakeClock()
-{
-    return fakeNow;
-}
+int64_t FakeClock() { return fakeNow; }
 
 const std::string start = "Progress : 0 % ";
 

@@ -92,10 +92,7 @@ ScopedWorkingDirectory::~ScopedWorkingDirectory()
     std::filesystem::current_path(previous, ignored);
 }
 
-std::string RealPath(const std::string& path)
-{
-    return std::filesystem::canonical(path).string();
-}
+std::string RealPath(const std::string& path) { return std::filesystem::canonical(path).string(); }
 
 std::string ExpectedBanner(const std::string& toolName)
 {
@@ -177,10 +174,7 @@ const std::string rate44100("\x40\x0E\xAC\x44\0\0\0\0\0\0", 10);
 
 namespace
 {
-uint64_t SizeOr(int64_t sizeField, uint64_t size)
-{
-    return sizeField >= 0 ? uint64_t(sizeField) : size;
-}
+uint64_t SizeOr(int64_t sizeField, uint64_t size) { return sizeField >= 0 ? uint64_t(sizeField) : size; }
 } // namespace
 
 std::string Chunk(const std::string& id, const std::string& payload, int64_t sizeField)

@@ -133,10 +133,7 @@ std::string LittleEndian(uint64_t value, int numBytes);
 std::string BigEndian(uint64_t value, int numBytes);
 
 /** text between double quotes, as the library's messages quote paths. */
-inline std::string InQuotes(const std::string& text)
-{
-    return "\"" + text + "\"";
-}
+inline std::string InQuotes(const std::string& text) { return "\"" + text + "\""; }
 
 /** The message of the kvo::Exception that action throws, or "(no exception)". */
 template <typename Action>
@@ -155,10 +152,7 @@ std::string MessageOf(Action&& action)
 
 /** Text with its zero bytes, which std::string's constructor from a literal would drop. */
 template <size_t size>
-std::string Z(const char (&text)[size])
-{
-    return std::string(text, size - 1);
-}
+std::string Z(const char (&text)[size]) { return std::string(text, size - 1); }
 
 // ---------------------------------------------------------------------------------------
 // Audio files byte by byte
