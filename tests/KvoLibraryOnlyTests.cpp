@@ -131,7 +131,6 @@ TEST(NameTables, ARepeatedSpellingIsStoredOnceWithItsFirstEnumerator)
     EXPECT_EQ(NamesOf(table), (std::vector<std::string> { " wide  open =0", "wideopen=0", "wide-open=0", "one=0",
                                                           "wide open=1", "two=1" }));
     EXPECT_EQ(FindValue(table, "Wide-Open"), first);
-
 }
 
 // ---------------------------------------------------------------------------------------
@@ -250,7 +249,6 @@ TEST(OscValidation, EveryRefusalInItsOrder)
     };
     for (const auto& [pattern, text, message] : cases)
         EXPECT_EQ(pattern ? FailureOf<OscAddressPattern>(text) : FailureOf<OscAddress>(text), message) << text;
-
 }
 
 } // namespace
