@@ -89,7 +89,7 @@ TEST(StringSplit, TrailingPiecesInBothModes)
     }
     EXPECT_EQ(Join(Split("a,,b,", ',', true), ";"), "a;;b");
 
-    StringArray array = Split(" a ;;  ; b;\t", ';', true);
+    StringArray array = Split(" ; a ;;  ; b;\t", ';', true);
     RemoveEmpty(array, true);
     TrimAll(array);
     EXPECT_EQ(entriesOf(array), (Entries{"a", "b"}));

@@ -49,8 +49,8 @@ TEST_F(WavFileTest, SampleFormats)
         { "extensible ambisonic", Wav(Extensible(2, 48000, 32, ambisonicGuid), halves), 32, false, { { 0.5f }, { -0.5f } } },
         // A-law bytes come through undecoded, as unsigned 8-bit samples.
         { "A-law", Wav(Fmt(6, 1, 8000, 8), Z("\x80\xD5")), 8, false, { { 0.0f, 85 / 128.0f } } },
-        // Bits -1: 32000 bytes a second at 8000 Hz make 4-byte frames, 16 bits over two channels.
-        { "bits from the byte rate", Wav(Fmt(1, 2, 8000, 0xFFFF, 32000), Pcm16({ 16384, -16384 })), 16, false, { { 0.5f }, { -0.5f } } },
+        // Bits 65, one past the widest: 32000 bytes a second at 8000 Hz make 4-byte frames, 16 bits over two channels.
+        { "bits from the byte rate", Wav(Fmt(1, 2, 8000, 65, 32000), Pcm16({ 16384, -16384 })), 16, false, { { 0.5f }, { -0.5f } } },
         { "RF64", Rf64(Chunk("fmt ", Fmt(1, 1, 44100, 16)) + Chunk("data", Pcm16({ 16384, -16384, 8192 }), 0xFFFFFFFF), 6),
           16, false, { { 0.5f, -0.5f, 0.25f } } },
         { "Wave64", w64, 8, false, { { -0.5f, 0.0f, 0.5f } } },
