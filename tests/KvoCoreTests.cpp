@@ -63,6 +63,7 @@ TEST(StringEdits, QuotesTrimReplaceAndSlices)
     EXPECT_TRUE(Equals("WAV File", "wav fILE", insensitive));
     EXPECT_FALSE(Equals("\xC3\x84", "\xC3\xA4", insensitive));
     EXPECT_FALSE(Equals(String("ab\0", 3), String("ab")));
+    EXPECT_TRUE(EndsWith("a.wav", "a.wav") && !EndsWith("wav", ".wav"));
     EXPECT_EQ(std::vector<int64_t>({ IndexOf("abc", ""), IndexOf("", "a"), IndexOf("xaBcBC", "bc", insensitive),
                                      IndexOf("aBc", "bc"), IndexOf("abc", 'C', insensitive), LastIndexOf("a.b.c", '.') }),
               (std::vector<int64_t> { -1, -1, 2, -1, 2, 3 }));
@@ -163,10 +164,7 @@ TEST(StringFormatDuration, EveryRange)
 }
 
 template <typename T>
-std::vector<T> Elements(const Vector<T>& vector)
-{
-    return std::vector<T>(vector.begin(), vector.end());
-}
+std::vector<T> Elements(const Vector<T>& vector) { return std::vector<T>(vector.begin(), vector.end()); }
 
 TEST(Vector, GrowsByHalfKeepsElementsAndShrinksWithoutFreeing)
 {

@@ -189,14 +189,14 @@ TEST(FileStreamWriter, WritesGoBehindWhatIsThereInTheirByteOrderAndRewritesGoBac
         for (size_t i = 0; i < std::size(results); ++i)
             EXPECT_TRUE(results[i]) << "write " << i;
         EXPECT_EQ(writer.GetPosition(), 3 + 35);
-        // A header rewritten in the middle, then on at the end.
-        EXPECT_TRUE(writer.SetPosition(34) && writer.WriteInt16BigEndian(0x4844)); // over "xy"
+        // Rewrites at the start and in the middle (over "o" and "xy"), then on at the end.
+        EXPECT_TRUE(writer.SetPosition(0) && writer.WriteByte('O') && writer.SetPosition(34) && writer.WriteInt16BigEndian(0x4844));
         EXPECT_TRUE(writer.SetPosition(38) && writer.SetPosition(38) && writer.WriteByte('!'));
         EXPECT_FALSE(writer.SetPosition(-1));
         EXPECT_EQ(writer.GetPosition(), 39);
         EXPECT_TRUE(writer.SetPosition(41) && writer.WriteByte('.')); // the gap beyond the end reads as zeros
     }
-    const std::string expected("old" "\xAB" "\x34\x12" "\x80\x00" "\x04\x03\x02\x01" "\xFF\xFF\xFF\xFE"
+    const std::string expected("Old" "\xAB" "\x34\x12" "\x80\x00" "\x04\x03\x02\x01" "\xFF\xFF\xFF\xFE"
                                "\x08\x07\x06\x05\x04\x03\x02\x01" "\x00\x00\x00\x00\x00\x00\x00\x80"
                                "\x7F\x7F" "HD" "\x00\x00" "!\0\0.", 42);
     EXPECT_EQ(ReadWholeFile(folder / "out"), expected);

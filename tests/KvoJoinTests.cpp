@@ -69,10 +69,7 @@ std::string PcmBytes(const std::vector<int32_t>& samples, int bits, bool aiff = 
     return bytes;
 }
 
-std::string AiffRate(uint32_t rate)
-{
-    return rate == 44100 ? rate44100 : Z("\x40\x0E\xBB\x80\0\0\0\0\0\0");
-}
+std::string AiffRate(uint32_t rate) { return rate == 44100 ? rate44100 : Z("\x40\x0E\xBB\x80\0\0\0\0\0\0"); }
 
 /** What a join of names into destination makes: the first input's rate and depth, the widest
     channel count, silence above each input's channels. */
@@ -114,10 +111,7 @@ std::string WithoutTimings(std::string text)
 }
 
 /** A progress report as WithoutTimings leaves it. */
-std::string Progress(int percent)
-{
-    return "Progress : " + std::to_string(percent) + " %  (elapsed T | remaining T)";
-}
+std::string Progress(int percent) { return "Progress : " + std::to_string(percent) + " %  (elapsed T | remaining T)"; }
 
 class Join : public ::testing::Test
 {

@@ -18,6 +18,7 @@
 #include "KvoTestUtilities.h"
 #include "audiofiles/KvoMP3FileReader.h"
 #include "audiofiles/KvoMp3Decoder.h"
+#include "audiofiles/KvoMp3Imdct.h"
 #include "audiofiles/KvoMp3LayerIII.h"
 #include "audiofiles/KvoMp3Synthesis.h"
 #include "audiofiles/KvoMp3Tables.h"
@@ -389,6 +390,24 @@ TEST(MpegDecoderParts, MainDataPromisedPastTheFrameEndAtTheNextHeader)
     DecodeSelecting(MpegData("mp3/joint-44k-notag.mp3"), -1, &frames);
     DecodeSelecting(folder / "damaged.mp3", -1, &damagedFrames);
     EXPECT_TRUE(frames > 8 && damagedFrames == frames) << damagedFrames;
+}
+
+TEST(MpegDecoderParts, MixedBlocksAreLongInTheTwoLowestSubBandsAndShortAbove)
+{
+    // No encoder at hand writes mixed blocks: noise lines and overlap through the filterbank as
+    // a mixed block come out as a long block's (type 0) in sub-bands 0 and 1, as a short one's above.
+    std::vector<float> noise(2 * 576); // the lines, then the last granule's overlap
+    uint32_t state = 1;
+    for (float& x : noise)
+        x = float(int32_t(state = state * 1664525u + 1013904223u)) / 2147483648.0f;
+    const auto filter = [&](int blockType, bool mixed) {
+        std::vector<float> out(2 * 576); // the samples, then the overlap for the next granule
+        hybridFilterbank(noise.data(), {blockType, mixed, 32}, noise.data() + 576, out.data() + 576, out.data());
+        return out;
+    };
+    const std::vector<float> mixed = filter(2, true), longBlock = filter(0, false), shortBlock = filter(2, false);
+    for (size_t i = 0; i < mixed.size(); ++i)
+        ASSERT_EQ(mixed[i], (i % mp3HybridStride < 2 ? longBlock : shortBlock)[i]) << i;
 }
 
 TEST(MpegDecoderParts, RegionCountsPastTheTableAndBitsPastTheArray)

@@ -228,10 +228,7 @@ TEST(ConsoleProgress, StartIsClampedAndFiltersByDivisionAndLinesShowWholePercent
 // ---------------------------------------------------------------------------------------
 // Library start-up
 
-int64_t cpuMicroseconds(const timeval& time)
-{
-    return static_cast<int64_t>(time.tv_sec) * 1000000 + time.tv_usec;
-}
+int64_t cpuMicroseconds(const timeval& time) { return static_cast<int64_t>(time.tv_sec) * 1000000 + time.tv_usec; }
 
 TEST(LibraryStartup, RecordsTheProcessValues)
 {

@@ -48,10 +48,7 @@ std::string Cue(int32_t count, const std::string& points)
     return Chunk("cue ", Bytes().U32(uint32_t(count)).Text(points));
 }
 
-std::string List(const std::string& type, const std::string& subChunks)
-{
-    return Chunk("LIST", type + subChunks);
-}
+std::string List(const std::string& type, const std::string& subChunks) { return Chunk("LIST", type + subChunks); }
 
 /** An INFO or adtl sub-chunk with no pad byte after an odd payload. */
 std::string Sub(const std::string& id, const std::string& payload, int64_t sizeField = -1)
