@@ -220,9 +220,9 @@ TEST(ConsoleProgress, StartIsClampedAndFiltersByDivisionAndLinesShowWholePercent
     PrintProgressStart(30.0, 100, 4, out); // only multiples of 25 pass
     PrintProgressStart(50.0, 100, 4, out);
     PrintProgressStart(50.0, 100, 1, out); // one division: only 0 and 100
-    PrintProgressStart(30.0, 100, 0, out); // no divisions: every value passes
+    PrintProgressStart(33.0, 100, 0, out); // no divisions: every value passes, odd ones too
     PrintProgressLine(40.4, 0, 100, 100, out, 404); // the whole part of a fractional value
-    EXPECT_EQ(out.str(), "Progress : 100 % Progress : 0 % Progress : 50 % Progress : 30 % " + Line(40, "404 ms", "596 ms"));
+    EXPECT_EQ(out.str(), "Progress : 100 % Progress : 0 % Progress : 50 % Progress : 33 % " + Line(40, "404 ms", "596 ms"));
 }
 
 // ---------------------------------------------------------------------------------------
