@@ -458,7 +458,7 @@ TEST(MpegDecoderParts, IntensityStereoFromTheFirstSilentBandOfTheRightChannel)
         {0, 0, 0, 0, 12, 13, 0, 0, 74, 90, 0.0f, 1.0f},                  // long band 12
         {3, 1, 0, 0, 3, 4, 2, 0, 18, 24, 1.0f, 0.7071068f},              // long band 3
         {3, 1, 0, 0, 3, 4, 2, 0, 18, 24, 1.0f, 0.8408964f, 0},
-        {0, 0, 2, 0, 33, 36, 2, 12, 56, 224, 0.3660254f, 0.6339746f},    // short band 12
+        {0, 0, 2, 0, 33, 39, 2, 12, 56, 224, 0.3660254f, 0.6339746f},    // short band 12: band 11's position, not its own
         {0, 0, 2, 1, 0, 2, 2, 0, 0, 8, 0.3660254f, 0.6339746f},          // mixed, long bands 0 and 1
     };
     static const uint8_t noBits[mp3ByteBufferSize] = {};
